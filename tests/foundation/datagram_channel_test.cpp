@@ -1,0 +1,221 @@
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <future>
+#include <mutex>
+#include <thread>
+
+#include "foundation/datagram_bootstrap.h"
+
+namespace ferrylink::foundation {
+namespace {
+
+// Records every datagram and the thread it arrived on.
+class RecordingHandler : public ChannelInboundHandler {
+public:
+    void channelRead(ChannelHandlerContext& context, AddressedEnvelope envelope) override {
+        std::lock_guard lock(mutex);
+        threads.push_back(std::this_thread::get_id());
+        EXPECT_TRUE(context.eventLoop()->inEventLoop());
+        received.push_back(std::move(envelope));
+        arrived.notify_all();
+    }
+
+    bool waitFor(size_t count) {
+        std::unique_lock lock(mutex);
+        return arrived.wait_for(lock, std::chrono::seconds(5), [&] { return received.size() >= count; });
+    }
+
+    std::mutex mutex;
+    std::condition_variable arrived;
+    std::vector<AddressedEnvelope> received;
+    std::vector<std::thread::id> threads;
+};
+
+struct BoundChannel {
+    std::shared_ptr<Channel> channel;
+    std::shared_ptr<RecordingHandler> handler;
+    int port;
+};
+
+BoundChannel bindRecording(const std::shared_ptr<EventLoopGroup>& group, int port = 0) {
+    auto handler = std::make_shared<RecordingHandler>();
+    auto channel = DatagramBootstrap(group)
+                       .channelOption(SocketOption{SOL_SOCKET, SO_REUSEADDR}, 1)
+                       .channelInitializer([handler](const std::shared_ptr<Channel>& channel) {
+                           return channel->pipeline().addHandler(handler);
+                       })
+                       .bind("127.0.0.1", port)
+                       .wait();
+    return {channel, handler, *channel->localAddress()->port()};
+}
+
+// A plain socket playing the peer.
+class Peer {
+public:
+    Peer() {
+        fd_ = ::socket(AF_INET, SOCK_DGRAM, 0);
+        sockaddr_in local{};
+        local.sin_family = AF_INET;
+        local.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        ::bind(fd_, reinterpret_cast<sockaddr*>(&local), sizeof(local));
+        timeval timeout{5, 0};
+        ::setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof(timeout));
+    }
+    ~Peer() { ::close(fd_); }
+
+    void sendTo(int port, size_t size) const {
+        std::vector<uint8_t> bytes(size);
+        for (size_t i = 0; i < size; ++i) {
+            bytes[i] = static_cast<uint8_t>(i);
+        }
+        sockaddr_in target{};
+        target.sin_family = AF_INET;
+        target.sin_port = htons(static_cast<uint16_t>(port));
+        target.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        ::sendto(fd_, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&target), sizeof(target));
+    }
+
+    std::vector<uint8_t> receive() const {
+        std::vector<uint8_t> bytes(4096);
+        ssize_t count = ::recv(fd_, bytes.data(), bytes.size(), 0);
+        bytes.resize(count < 0 ? 0 : static_cast<size_t>(count));
+        return bytes;
+    }
+
+    SocketAddress address() const {
+        sockaddr_storage storage{};
+        socklen_t length = sizeof(storage);
+        ::getsockname(fd_, reinterpret_cast<sockaddr*>(&storage), &length);
+        return SocketAddress::fromSockaddr(reinterpret_cast<sockaddr*>(&storage), length);
+    }
+
+    int fd() const { return fd_; }
+
+private:
+    int fd_;
+};
+
+TEST(DatagramChannelRead, OneCallPerDatagramCutAt2048Bytes) {
+    auto group = std::make_shared<MultiThreadedEventLoopGroup>(1);
+    auto bound = bindRecording(group);
+    Peer peer;
+    peer.sendTo(bound.port, 2048);
+    peer.sendTo(bound.port, 3000);
+    peer.sendTo(bound.port, 1);
+    ASSERT_TRUE(bound.handler->waitFor(3));
+    std::lock_guard lock(bound.handler->mutex);
+    auto& received = bound.handler->received;
+    EXPECT_EQ(received[0].data.readableBytes(), 2048u);
+    EXPECT_EQ(received[0].data.readerIndex(), 0u);
+    EXPECT_EQ(received[0].data.getInteger<uint8_t>(2047), static_cast<uint8_t>(2047));
+    EXPECT_EQ(received[1].data.readableBytes(), 2048u);
+    EXPECT_EQ(received[2].data.readableBytes(), 1u);
+    // The sender as seen on the wire equals the peer's own address.
+    EXPECT_EQ(received[0].remoteAddress, peer.address());
+    group->syncShutdownGracefully();
+}
+
+TEST(DatagramChannelWrite, DatagramsLeaveInOrderFromAnyThread) {
+    auto group = std::make_shared<MultiThreadedEventLoopGroup>(1);
+    auto bound = bindRecording(group);
+    Peer peer;
+    for (uint8_t i = 0; i < 50; ++i) {
+        ByteBuffer data;
+        data.writeInteger(i);
+        bound.channel->writeAndFlush(AddressedEnvelope{peer.address(), data, std::nullopt});
+    }
+    for (uint8_t i = 0; i < 50; ++i) {
+        auto bytes = peer.receive();
+        ASSERT_EQ(bytes.size(), 1u);
+        EXPECT_EQ(bytes[0], i);
+    }
+    group->syncShutdownGracefully();
+}
+
+TEST(DatagramChannelBind, PortTakenWithoutReuseFailsTheSameWayEachWait) {
+    int blocker = ::socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in local{};
+    local.sin_family = AF_INET;
+    local.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(::bind(blocker, reinterpret_cast<sockaddr*>(&local), sizeof(local)), 0);
+    socklen_t length = sizeof(local);
+    ::getsockname(blocker, reinterpret_cast<sockaddr*>(&local), &length);
+
+    auto group = std::make_shared<MultiThreadedEventLoopGroup>(1);
+    auto future = DatagramBootstrap(group)
+                      .channelOption(SocketOption{SOL_SOCKET, SO_REUSEADDR}, 1)
+                      .bind("127.0.0.1", ntohs(local.sin_port));
+    std::string first;
+    try {
+        future.wait();
+        FAIL() << "bound a port that is taken";
+    } catch (const IOError& error) {
+        first = error.what();
+        EXPECT_EQ(error.code().value(), EADDRINUSE);
+    }
+    try {
+        future.wait();
+        FAIL();
+    } catch (const IOError& error) {
+        EXPECT_EQ(first, error.what());
+    }
+    EXPECT_NE(first.find("Address already in use"), std::string::npos) << first;
+    ::close(blocker);
+    group->syncShutdownGracefully();
+}
+
+TEST(DatagramChannelBind, UnknownHostFailsWithTheResolverError) {
+    auto group = std::make_shared<MultiThreadedEventLoopGroup>(1);
+    auto future = DatagramBootstrap(group).bind("no-such-host.invalid", 19132);
+    EXPECT_THROW(future.wait(), SocketAddressError);
+    group->syncShutdownGracefully();
+}
+
+TEST(DatagramChannelBind, TwoChannelsBindOneAddressWhenBothReuse) {
+    auto group = std::make_shared<MultiThreadedEventLoopGroup>(1);
+    auto first = bindRecording(group);
+    EXPECT_NO_THROW(bindRecording(group, first.port));
+    group->syncShutdownGracefully();
+}
+
+TEST(DatagramChannelGroup, TwoEndpointsShareTheLoopThread) {
+    auto group = std::make_shared<MultiThreadedEventLoopGroup>(1);
+    auto a = bindRecording(group);
+    auto b = bindRecording(group);
+    EXPECT_EQ(a.channel->eventLoop(), b.channel->eventLoop());
+    Peer peer;
+    peer.sendTo(a.port, 4);
+    peer.sendTo(b.port, 4);
+    ASSERT_TRUE(a.handler->waitFor(1));
+    ASSERT_TRUE(b.handler->waitFor(1));
+    std::scoped_lock lock(a.handler->mutex, b.handler->mutex);
+    EXPECT_EQ(a.handler->threads[0], b.handler->threads[0]);
+    group->syncShutdownGracefully();
+}
+
+TEST(DatagramChannelClose, CloseFutureCompletesAndWritesFailAfterwards) {
+    auto group = std::make_shared<MultiThreadedEventLoopGroup>(1);
+    auto bound = bindRecording(group);
+    auto closed = bound.channel->closeFuture();
+    bound.channel->close();
+    EXPECT_NO_THROW(closed.wait());
+    Peer peer;
+    auto write = bound.channel->writeAndFlush(AddressedEnvelope{peer.address(), ByteBuffer("x"), std::nullopt});
+    EXPECT_ANY_THROW(write.wait());
+    group->syncShutdownGracefully();
+}
+
+TEST(DatagramChannelClose, ShutdownClosesOpenChannels) {
+    auto group = std::make_shared<MultiThreadedEventLoopGroup>(1);
+    auto bound = bindRecording(group);
+    auto closed = bound.channel->closeFuture();
+    group->syncShutdownGracefully();
+    EXPECT_TRUE(closed.isComplete());
+}
+
+}  // namespace
+}  // namespace ferrylink::foundation
