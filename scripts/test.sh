@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# Installs what is needed, builds and runs every test: once in a plain build,
+# once under AddressSanitizer and UndefinedBehaviorSanitizer, then the browser
+# tests against the plain build.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/install-deps.sh --browser
+
+jobs=$(nproc)
+for preset in default sanitize; do
+  echo "=== ${preset} build ==="
+  cmake --preset "$preset" >/dev/null
+  cmake --build --preset "$preset" -j "$jobs"
+  ctest --preset "$preset" -j "$jobs"
+done
+
+if [[ -f tests/web/package.json ]]; then
+  echo "=== browser tests ==="
+  (cd tests/web && npm ci --no-audit --no-fund --silent)
+  FERRYLINK_BIN=build/default/bin node --test tests/web/
+fi
