@@ -1,6 +1,7 @@
 #include "resources/resgen/resource_tables.h"
 
 #include <charconv>
+#include <cmath>
 #include <fstream>
 #include <limits>
 #include <set>
@@ -9,6 +10,8 @@
 
 namespace ferrylink::resources {
 namespace {
+
+constexpr int kMaxPropertyValues = 256;
 
 struct Row {
     int line = 0;
@@ -109,6 +112,11 @@ std::vector<std::string> expandValues(const Table& table, const Row& row, std::s
             highEnd != last.data() + last.size() || low > high) {
             table.fail(row, "bad range \"" + std::string(spec) + "\"");
         }
+        // A property with more values than this is a typo, not a block.
+        if (static_cast<long long>(high) - low >= kMaxPropertyValues) {
+            table.fail(row, "range \"" + std::string(spec) + "\" has more than " +
+                                std::to_string(kMaxPropertyValues) + " values");
+        }
         for (int value = low; value <= high; ++value) {
             values.push_back(std::to_string(value));
         }
@@ -177,6 +185,9 @@ std::vector<Biome> loadBiomes(const std::filesystem::path& path) {
         table.requireUnique(seen, row, biome.name);
         biome.temperature = table.number<float>(row, 1, "temperature");
         biome.downfall = table.number<float>(row, 2, "downfall");
+        if (!std::isfinite(biome.temperature) || !std::isfinite(biome.downfall)) {
+            table.fail(row, "temperature and downfall must be finite");
+        }
         biomes.push_back(std::move(biome));
     }
     return biomes;
