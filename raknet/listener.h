@@ -1,0 +1,97 @@
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "foundation/channel.h"
+#include "foundation/event_loop.h"
+#include "foundation/socket_address.h"
+#include "raknet/connection_listener.h"
+#include "raknet/printer.h"
+#include "raknet/server_info.h"
+
+namespace ferrylink::raknet {
+
+class Connection;
+
+// Period of the tick of Listener and Client, in seconds; 10 ms.
+inline constexpr double RAKNET_TICK_LENGTH = 0.01;
+// RakNet protocol versions accepted; any other is told INCOMPATIBLE_REPLY_VERSION.
+inline constexpr std::array<int32_t, 2> RAKNET_PROTOCOL_VERSIONS{10, 11};
+inline constexpr int32_t INCOMPATIBLE_REPLY_VERSION = 11;
+
+// The server end of the transport: one bound UDP channel, a table of
+// connections by peer address, and the offline half of the protocol (pings,
+// MTU negotiation). Made with std::make_shared.
+//
+// Threads: the constructor, bind() and close() run on the owner's thread;
+// everything else runs on the event loop's one thread.
+//
+// Ownership: each Connection holds its Listener. The table is emptied, and
+// each connection let go of its Listener, once close() has shut the channel.
+class Listener : public std::enable_shared_from_this<Listener> {
+public:
+    using StandardOutput = StandardOutputPrinter;
+
+    Listener();
+    ~Listener();
+
+    Listener(const Listener&) = delete;
+    Listener& operator=(const Listener&) = delete;
+
+    // Binds host:port on `group` and starts the tick; blocks until the socket
+    // stands. Gives the channel's close future, or nothing (after one line on
+    // `printer`) when binding failed. Not on the loop's thread.
+    std::optional<foundation::EventLoopFuture<void>> bind(std::shared_ptr<ConnectionListener> connectionListener,
+                                                          std::shared_ptr<ServerInfo> info, const std::string& host,
+                                                          int port,
+                                                          std::shared_ptr<foundation::EventLoopGroup> group);
+    // Stops the tick at its next run and closes the channel. Any thread.
+    void close();
+    // Starts the repeated tick on the channel's loop.
+    void update();
+    void send(foundation::ByteBuffer buffer, const foundation::SocketAddress& address);
+    // Reasons in use: "timeout", "client disconnect", "shutdown". The listener
+    // hears of it at once, each time; the entry leaves the table on the loop.
+    void removeConnection(const std::shared_ptr<Connection>& connection, const std::string& reason);
+
+    // The payload size a peer's MTU value allows: clamped to 576...1400, less
+    // 40 (IPv6) or 20 (IPv4) for the IP header and 8 for UDP.
+    static int32_t connectionMtu(int32_t requested, const foundation::SocketAddress& peer);
+
+    // The serverId of every reply and of the advert; random per Listener.
+    const int64_t id;
+    std::shared_ptr<ServerInfo> info;
+    // Set on the loop as the socket is made, before any datagram can arrive;
+    // fixed from then on.
+    std::shared_ptr<foundation::Channel> channel;
+    // Loop thread only.
+    std::unordered_map<foundation::SocketAddress, std::shared_ptr<Connection>> connections;
+    std::atomic<bool> shutdown{false};
+    std::shared_ptr<ConnectionListener> connectionListener;
+    // The owner may replace it before bind().
+    std::shared_ptr<Printer> printer = std::make_shared<StandardOutput>();
+    std::shared_ptr<foundation::RepeatedTask> updateTask;
+    std::shared_ptr<foundation::EventLoopGroup> group;
+
+private:
+    class ServerDatagramHandler;
+
+    void channelRead(foundation::ChannelHandlerContext& context, foundation::AddressedEnvelope envelope);
+    void handleUnconnectedPing(foundation::ChannelHandlerContext& context, foundation::AddressedEnvelope& envelope);
+    void handleOpenConnectionRequest1(foundation::ChannelHandlerContext& context,
+                                      foundation::AddressedEnvelope& envelope,
+                                      const std::shared_ptr<Connection>& connection);
+    void handleOpenConnectionRequest2(foundation::ChannelHandlerContext& context,
+                                      foundation::AddressedEnvelope& envelope,
+                                      const std::shared_ptr<Connection>& connection);
+    void releaseConnections();
+};
+
+}  // namespace ferrylink::raknet
