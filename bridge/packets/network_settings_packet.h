@@ -1,0 +1,18 @@
+#pragma once
+
+#include "bridge/packets/data_packet.h"
+
+namespace ferrylink::bridge {
+
+// The answer to RequestNetworkSettingsPacket: compress everything from one
+// byte on, with the algorithm numbered 0, and no throttling. The same bytes
+// for every client.
+class NetworkSettingsPacket : public DataPacket {
+public:
+    static constexpr uint8_t networkId = 143;
+    NetworkSettingsPacket() : DataPacket(networkId) {}
+
+    void encode(foundation::ByteBuffer& buffer) override;
+};
+
+}  // namespace ferrylink::bridge

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "bridge/packets/data_packet.h"
+
+namespace ferrylink::bridge {
+
+// The client's complaint about a packet it could not read.
+class PacketViolationWarningPacket : public DataPacket {
+public:
+    static constexpr uint8_t networkId = 156;
+
+    enum class PacketViolationType : int64_t {
+        UNKNOWN = 0,
+        MALFORMED_PACKET = 1,
+    };
+    enum class PacketViolationSeverity : int64_t {
+        UNKNOWN = 0,
+        WARNING = 1,
+        FINAL_WARNING = 2,
+        TERMINATING_CONNECTION = 3,
+    };
+
+    PacketViolationWarningPacket() : DataPacket(networkId) {}
+
+    PacketViolationType type = PacketViolationType::UNKNOWN;
+    PacketViolationSeverity severity = PacketViolationSeverity::UNKNOWN;
+    int32_t id = 0;
+    std::string content;
+
+    // The type is read one below its case (-1 is UNKNOWN), the severity as it
+    // stands; a value outside either list is a fatal fault.
+    void decode(foundation::ByteBuffer& buffer) override;
+};
+
+std::string_view caseName(PacketViolationWarningPacket::PacketViolationType type);
+std::string_view caseName(PacketViolationWarningPacket::PacketViolationSeverity severity);
+
+}  // namespace ferrylink::bridge

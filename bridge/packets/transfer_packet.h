@@ -1,0 +1,24 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "bridge/packets/data_packet.h"
+
+namespace ferrylink::bridge {
+
+// Sends the client on to another server, which it then joins by itself.
+class TransferPacket : public DataPacket {
+public:
+    static constexpr uint8_t networkId = 85;
+
+    TransferPacket() : DataPacket(networkId) {}
+    TransferPacket(std::string address, uint16_t port) : DataPacket(networkId), address(std::move(address)), port(port) {}
+
+    std::string address;
+    uint16_t port = 19132;
+
+    void encode(foundation::ByteBuffer& buffer) override;
+};
+
+}  // namespace ferrylink::bridge
