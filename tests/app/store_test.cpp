@@ -1,0 +1,209 @@
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <fstream>
+
+#include "app/app_config.h"
+#include "app/persistent_store.h"
+#include "app/user_defaults.h"
+#include "app_test_support.h"
+
+namespace ferrylink::app {
+namespace {
+
+using testing::drainMain;
+using testing::onMain;
+using testing::ScratchDirectory;
+
+// Puts an environment variable back as it was.
+class SavedVariable {
+public:
+    explicit SavedVariable(const char* name) : name_(name) {
+        if (const char* value = std::getenv(name)) {
+            value_ = value;
+        }
+    }
+    ~SavedVariable() {
+        if (value_) {
+            ::setenv(name_, value_->c_str(), 1);
+        } else {
+            ::unsetenv(name_);
+        }
+    }
+
+private:
+    const char* name_;
+    std::optional<std::string> value_;
+};
+
+TEST(DataFilePath, NamedAfterTheAppInTheGivenOrXdgFolder) {
+    SavedVariable home("HOME");
+    SavedVariable xdg("XDG_DATA_HOME");
+    EXPECT_EQ(dataFilePath("/some/folder"), std::filesystem::path("/some/folder/Ferrylink.sqlite"));
+    ::setenv("XDG_DATA_HOME", "/xdg/data", 1);
+    EXPECT_EQ(dataFilePath({}), std::filesystem::path("/xdg/data/ferrylink/Ferrylink.sqlite"));
+    ::unsetenv("XDG_DATA_HOME");
+    ::setenv("HOME", "/home/someone", 1);
+    EXPECT_EQ(dataFilePath({}), std::filesystem::path("/home/someone/.local/share/ferrylink/Ferrylink.sqlite"));
+}
+
+TEST(UserDefaults, KeepsTypedValuesAcrossAReopen) {
+    ScratchDirectory scratch;
+    auto file = scratch.path() / "Ferrylink.sqlite";
+    {
+        UserDefaults defaults(file);
+        EXPECT_FALSE(defaults.object("clientUUID"));
+        defaults.setString("clientUUID", "0A1B2C3D-0000-4000-8000-000000000000");
+        defaults.setInteger("reviewCounter", 7);
+        defaults.setBool("featuredHide", false);
+        defaults.setInteger("reviewCounter", 8);
+    }
+    UserDefaults reopened(file);
+    EXPECT_EQ(reopened.object("clientUUID"), DefaultsValue(std::string("0A1B2C3D-0000-4000-8000-000000000000")));
+    EXPECT_EQ(reopened.object("reviewCounter"), DefaultsValue(int64_t{8}));
+    // A stored false is an object all the same: it is not "absent".
+    EXPECT_EQ(reopened.object("featuredHide"), DefaultsValue(false));
+    EXPECT_EQ(reopened.integer("reviewCounter"), 8);
+    EXPECT_FALSE(reopened.boolean("featuredHide"));
+}
+
+TEST(UserDefaults, ReadsAcrossTypesAsThePlatformDoes) {
+    ScratchDirectory scratch;
+    UserDefaults defaults(scratch.path() / "Ferrylink.sqlite");
+    defaults.setBool("flag", true);
+    defaults.setInteger("count", 0);
+    defaults.setString("text", "12 monkeys");
+    EXPECT_EQ(defaults.integer("flag"), 1);
+    EXPECT_FALSE(defaults.boolean("count"));
+    EXPECT_EQ(defaults.integer("text"), 12);
+    EXPECT_TRUE(defaults.boolean("text"));
+    EXPECT_EQ(defaults.string("count"), "0");
+    EXPECT_EQ(defaults.string("flag"), std::nullopt);
+    EXPECT_EQ(defaults.integer("absent"), 0);
+    EXPECT_FALSE(defaults.boolean("absent"));
+    defaults.removeObject("text");
+    EXPECT_FALSE(defaults.object("text"));
+}
+
+std::vector<std::pair<std::string, std::string>> rowsOf(PersistentStore& store) {
+    std::vector<std::pair<std::string, std::string>> rows;
+    for (const auto& row : store.viewContext().servers.get()) {
+        rows.emplace_back(row.ip.value_or("<none>"), row.port.value_or("<none>"));
+    }
+    return rows;
+}
+
+TEST(PersistentStore, FavouritesSurviveARestart) {
+    ScratchDirectory scratch;
+    auto file = scratch.path() / "Ferrylink.sqlite";
+    onMain([&] {
+        PersistentStore store(file);
+        auto& context = store.viewContext();
+        for (auto [ip, port] : {std::pair{"play.example.net", "19132"}, std::pair{"", "19132"},
+                                std::pair{"play.example.net", "19132"}}) {
+            auto server = context.newServer();
+            server->setIp(ip);
+            server->setPort(port);
+            context.insert(server);
+            store.save();
+        }
+        EXPECT_FALSE(context.hasChanges());
+    });
+    onMain([&] {
+        PersistentStore reopened(file);
+        // No uniqueness: the equal rows are both kept.
+        EXPECT_EQ(rowsOf(reopened), (std::vector<std::pair<std::string, std::string>>{
+                                        {"play.example.net", "19132"}, {"", "19132"}, {"play.example.net", "19132"}}));
+        auto& context = reopened.viewContext();
+        context.deleteObject(context.server(context.servers.get()[1].id));
+        reopened.save();
+    });
+    onMain([&] {
+        PersistentStore reopened(file);
+        EXPECT_EQ(rowsOf(reopened), (std::vector<std::pair<std::string, std::string>>{
+                                        {"play.example.net", "19132"}, {"play.example.net", "19132"}}));
+    });
+}
+
+TEST(PersistentStore, UnsavedChangesAreListedButNotStored) {
+    ScratchDirectory scratch;
+    auto file = scratch.path() / "Ferrylink.sqlite";
+    onMain([&] {
+        PersistentStore store(file);
+        auto& context = store.viewContext();
+        auto server = context.newServer();
+        server->setIp("pending.example");
+        server->setPort("1");
+        EXPECT_TRUE(context.hasChanges());
+    });
+    drainMain();
+    onMain([&] { EXPECT_TRUE(rowsOf(*std::make_unique<PersistentStore>(file)).empty()); });
+}
+
+TEST(PersistentStore, LiveListFollowsChangesOncePerBlock) {
+    ScratchDirectory scratch;
+    PersistentStore store(scratch.path() / "Ferrylink.sqlite");
+    std::vector<std::vector<ServerRow>> published;
+    onMain([&] {
+        store.viewContext().servers.subscribe([&](const std::vector<ServerRow>& rows) { published.push_back(rows); });
+        auto server = store.viewContext().newServer();
+        server->setIp("a");
+        server->setPort("1");
+        store.save();
+    });
+    drainMain();
+    ASSERT_EQ(published.size(), 1u);
+    ASSERT_EQ(published[0].size(), 1u);
+    EXPECT_EQ(published[0][0].ip, "a");
+    EXPECT_EQ(published[0][0].port, "1");
+}
+
+TEST(PersistentStore, SaveWithoutChangesTouchesNothing) {
+    ScratchDirectory scratch;
+    auto file = scratch.path() / "Ferrylink.sqlite";
+    onMain([&] {
+        PersistentStore store(file);
+        store.viewContext();
+        // Another connection holds the write lock: any write would fail.
+        sqlite3* other = nullptr;
+        ASSERT_EQ(sqlite3_open(file.c_str(), &other), SQLITE_OK);
+        ASSERT_EQ(sqlite3_exec(other, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
+        store.save();
+        sqlite3_exec(other, "ROLLBACK", nullptr, nullptr, nullptr);
+        sqlite3_close(other);
+    });
+}
+
+using PersistentStoreDeathTest = ::testing::Test;
+
+TEST_F(PersistentStoreDeathTest, NoPlaceForTheStoreIsFatal) {
+    EXPECT_DEATH(onMain([] { PersistentStore(std::filesystem::path()).viewContext(); }),
+                 "^persistentContainer: Failed to retrieve a persistent store description\\.");
+}
+
+TEST_F(PersistentStoreDeathTest, StoreThatCannotBeOpenedIsFatal) {
+    ScratchDirectory scratch;
+    auto blocker = scratch.path() / "not-a-folder";
+    { std::ofstream(blocker) << "x"; }
+    EXPECT_DEATH(onMain([&] { PersistentStore(blocker / "Ferrylink.sqlite").viewContext(); }),
+                 "^Unresolved error .*not-a-folder");
+}
+
+TEST_F(PersistentStoreDeathTest, FailedSaveIsFatalWithTheReason) {
+    ScratchDirectory scratch;
+    auto file = scratch.path() / "Ferrylink.sqlite";
+    EXPECT_DEATH(onMain([&] {
+                     PersistentStore store(file);
+                     auto server = store.viewContext().newServer();
+                     server->setIp("a");
+                     server->setPort("1");
+                     sqlite3* other = nullptr;
+                     sqlite3_open(file.c_str(), &other);
+                     sqlite3_exec(other, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr);
+                     store.save();
+                 }),
+                 "^database is locked");
+}
+
+}  // namespace
+}  // namespace ferrylink::app
