@@ -1,0 +1,141 @@
+// Favourites: added from the form as typed, picked back into the form,
+// removed through "Are you sure?". Rows are the app's; fields are the page's.
+
+import assert from "node:assert/strict";
+import { after, before, test } from "node:test";
+import { closeAlertIf, launchBrowser, noAlert, openAlert, openPage, PHONE, screenshot, styleOf, startTarget } from "./harness.mjs";
+
+let target;
+let browser;
+let page;
+
+before(async () => {
+  target = await startTarget();
+  browser = await launchBrowser();
+  page = await openPage(browser.context, target);
+});
+
+after(async () => {
+  await browser?.close();
+  await target?.close();
+});
+
+async function rows(on = page) {
+  return on.locator('[data-testid="favourite-pick"]').allTextContents();
+}
+
+async function add(ip, port) {
+  const count = (await rows()).length;
+  await page.fill("#ip", ip);
+  await page.fill("#port", port);
+  await page.click("#add-favourite");
+  await page.waitForFunction((n) => document.querySelectorAll('[data-testid="favourite-row"]').length === n, count + 1);
+}
+
+/** Whether the form item is fully inside the scrolling area. */
+async function formInView() {
+  return page.evaluate(() => {
+    const scroller = document.querySelector("#connect-scroll").getBoundingClientRect();
+    const form = document.querySelector(".form").getBoundingClientRect();
+    return form.top >= scroller.top - 1 && form.bottom <= scroller.bottom + 1;
+  });
+}
+
+test("a favourite is stored as typed, with 19132 for an empty port", async () => {
+  await add("play.example.net", "19133");
+  await add("", "");
+  await add("http://x:1", "1");
+  assert.deepEqual(await rows(), ["play.example.net:19133", ":19132", "http://x:1:1"]);
+  // Adding does not touch the fields.
+  assert.deepEqual([await page.inputValue("#ip"), await page.inputValue("#port")], ["http://x:1", "1"]);
+});
+
+test("rows have the heading, the button style at size 18 and a red trash button", async () => {
+  assert.equal(await page.locator("#favourite-servers .heading").textContent(), "Favorite Servers");
+  assert.deepEqual(await styleOf(page, "#favourite-servers .heading", ["font-size"]), { "font-size": "20px" });
+  assert.deepEqual(await styleOf(page, '[data-testid="favourite-pick"]', ["font-size", "height", "background-color", "color"]), {
+    "font-size": "18px",
+    height: "50px",
+    "background-color": "rgb(220, 220, 220)",
+    color: "rgb(100, 100, 100)",
+  });
+  assert.deepEqual(await styleOf(page, '[data-testid="favourite-delete"]', ["background-color", "color", "box-shadow"]), {
+    "background-color": "rgb(120, 0, 0)",
+    color: "rgb(255, 255, 255)",
+    "box-shadow": "rgb(120, 0, 0) -2px -2px 0px 0px inset, rgb(220, 0, 0) 2px 2px 0px 0px inset",
+  });
+  assert.equal(await page.locator('[data-testid="favourite-delete"] svg[data-icon="trash"]').count(), 3);
+  const firstRowTop = await page.evaluate(() => {
+    const list = document.querySelector("#favourite-list").getBoundingClientRect();
+    const rule = document.querySelector("#favourite-servers .rule").getBoundingClientRect();
+    return list.top - rule.bottom;
+  });
+  assert.equal(firstRowTop, 10);
+});
+
+test("picking a row fills the form and scrolls it into view", async () => {
+  for (let i = 0; i < 5; i++) await add(`filler-${i}.example.net`, "19132");
+  await page.evaluate(() => { document.querySelector("#connect-scroll").scrollTop = 0; });
+  await page.fill("#ip", "something else");
+  await page.fill("#port", "1");
+  assert.equal(await formInView(), false, "with eight rows the form starts below the fold");
+  await page.focus("#ip");
+
+  await page.locator('[data-testid="favourite-pick"]', { hasText: "play.example.net:19133" }).click();
+  assert.deepEqual([await page.inputValue("#ip"), await page.inputValue("#port")], ["play.example.net", "19133"]);
+  assert.equal(await formInView(), true);
+  assert.equal(await page.evaluate(() => document.activeElement === document.body), true, "keyboard dismissed");
+  await screenshot(page, "favourites-picked-phone");
+});
+
+test("the trash button asks \"Are you sure?\"; No keeps the row, Yes removes it", async () => {
+  await page.evaluate(() => { document.querySelector("#connect-scroll").scrollTop = 0; });
+  const row = page.locator('[data-testid="favourite-row"]', { hasText: ":19132" }).first();
+  await row.locator('[data-testid="favourite-delete"]').click();
+  assert.deepEqual(await openAlert(page), {
+    key: "confirmDelete",
+    title: "Are you sure?",
+    message: "Do you want to remove the server from your favorites list?",
+    buttons: [{ label: "No", role: "cancel" }, { label: "Yes", role: "destructive" }],
+  });
+  await screenshot(page, "favourites-confirm-phone");
+  await page.locator("dialog#alert[open]").getByRole("button", { name: "No", exact: true }).click();
+  await noAlert(page);
+  assert.ok((await rows()).includes(":19132"));
+
+  await row.locator('[data-testid="favourite-delete"]').click();
+  await openAlert(page);
+  await page.locator("dialog#alert[open]").getByRole("button", { name: "Yes", exact: true }).click();
+  await noAlert(page);
+  await page.waitForFunction(() => ![...document.querySelectorAll('[data-testid="favourite-pick"]')].some((b) => b.textContent === ":19132"));
+  assert.deepEqual((await rows()).slice(0, 2), ["play.example.net:19133", "http://x:1:1"]);
+});
+
+test("deleting the row that is in the fields leaves the fields alone", async () => {
+  await page.locator('[data-testid="favourite-pick"]', { hasText: "http://x:1:1" }).click();
+  await page.locator('[data-testid="favourite-row"]', { hasText: "http://x:1:1" }).locator('[data-testid="favourite-delete"]').click();
+  await openAlert(page);
+  await page.locator("dialog#alert[open]").getByRole("button", { name: "Yes", exact: true }).click();
+  await page.waitForFunction(() => ![...document.querySelectorAll('[data-testid="favourite-pick"]')].some((b) => b.textContent === "http://x:1:1"));
+  assert.deepEqual([await page.inputValue("#ip"), await page.inputValue("#port")], ["http://x:1", "1"]);
+});
+
+test("a second page sees the same rows but keeps fields of its own", async () => {
+  const other = await openPage(browser.context, target, { viewport: PHONE });
+  try {
+    assert.deepEqual(await rows(other), await rows());
+    assert.deepEqual([await other.inputValue("#ip"), await other.inputValue("#port")], ["", "19132"]);
+    await other.fill("#ip", "second.example.net");
+    await other.fill("#port", "2");
+    await other.click("#add-favourite");
+    await page.waitForFunction(() => [...document.querySelectorAll('[data-testid="favourite-pick"]')].some((b) => b.textContent === "second.example.net:2"));
+    assert.deepEqual([await page.inputValue("#ip"), await page.inputValue("#port")], ["http://x:1", "1"]);
+    await closeAlertIf(other, "message", "Ok");
+  } finally {
+    await other.close();
+  }
+});
+
+test("the page logged no error", () => {
+  assert.deepEqual(page.errors.map(String), []);
+});

@@ -1,0 +1,207 @@
+// The Info tab: the menu, "< Back", the four pages word for word, and the
+// page that stays chosen while the other tab is shown. Also the tab bar.
+
+import assert from "node:assert/strict";
+import { after, before, describe, test } from "node:test";
+import { DESKTOP, launchBrowser, openPage, PHONE, screenshot, styleOf, startTarget } from "./harness.mjs";
+
+// Each page as [kind, text]: "h" a heading at 20, "p" a line at 17, "a" a
+// line that is (or ends in) a link in (0, 160, 0).
+const PAGES = [
+  {
+    menu: "How to use",
+    icon: "info.circle.fill",
+    name: "how-to-use",
+    blocks: [
+      ["h", "How to use"],
+      ["p", "1. Enter your desired server IP and port."],
+      ["p", "2. Click the \"Run\" button."],
+      ["p", "3. Open Minecraft and navigate to the \"Friends\" tab."],
+      ["p", "4. Connect to the server using the LAN tab."],
+      ["p", "5. Close the Ferrylink app after the client has joined the server."],
+    ],
+  },
+  {
+    menu: "Troubleshooting",
+    icon: "ant.circle.fill",
+    name: "troubleshooting",
+    blocks: [
+      ["h", "Troubleshooting"],
+      ["p", "1. Make sure your gaming console and mobile device are connected to the same LAN network."],
+      ["p", "2. Make sure the \"Visible to LAN Players\" setting is turned ON in multiplayer settings."],
+      ["p", "3. Make sure that in your iOS device Settings > Privacy > Local Network tab \"Ferrylink\" app has granted permission."],
+      ["p", "4. Make sure you don\u2019t use any VPN profile on your iOS device in Settings > General > VPN."],
+      ["h", "Common problems:"],
+      ["p", "1. Nothing shows up in the \"Friends\" tab:"],
+      ["p", " - Follow steps above."],
+      ["p", " - Restart your mobile device's WiFi."],
+      ["p", " - Reinstall the app."],
+      ["p", " - Restart your device."],
+      ["p", "2. \"Unable to connect to world\" issue:"],
+      ["p", " - Set your skin to Alex/Steve."],
+      ["p", " - Make sure you entered correct IP and Port (most servers use Port 19132)."],
+      ["p", " - PlayStation users: Go to your console Settings > Account management > Restore Licenses"],
+      ["p", " - Restart Minecraft."],
+      ["p", " - Restart your router."],
+      ["p", " - Log in to different Microsoft account."],
+      ["p", "3. Infinite locating server:"],
+      ["p", " - Try different server."],
+      ["p", "4. \"Sorry, we couldn\u2019t validate your login\" issue:"],
+      ["p", " - Restart Minecraft."],
+      ["p", " - Log in to different Microsoft account."],
+      ["p", "If you find any bugs, join the discord to report them in the #bugs channel:"],
+      ["a", null],
+      ["p", "or contact me on Telegram:"],
+      ["a", null],
+    ],
+  },
+  {
+    menu: "Became a partner",
+    icon: "star.circle.fill",
+    name: "became-a-partner",
+    blocks: [
+      ["h", "Became a partner"],
+      ["p", "If you want your server to be displayed as a featured partner, contact me via email for more information. "],
+      ["a", null],
+    ],
+  },
+  {
+    menu: "About",
+    icon: "person.circle.fill",
+    name: "about",
+    blocks: [
+      ["h", "About"],
+      ["p", "Ferrylink allows any Bedrock Edition server to show up as a LAN server on Xbox/PS4/Win 10/Mobile clients running Minecraft Bedrock Edition and permits a simple connection without the use of DNS rerouting. "],
+      ["p", "Realms and compatibility with Nintendo Switch are currently not supported while using Ferrylink."],
+      ["p", "Disclaimer: Ferrylink is a third-party application. Ferrylink is not an endorsed extension of or affiliated with Minecraft, its creators or proprietors, Mojang AB, Xbox, or Xbox Live in any way."],
+      ["a", /^Contact: \S+@\S+$/],
+      ["a", null],
+      ["a", "Privacy Policy"],
+      ["a", "Terms & Conditions"],
+    ],
+  },
+];
+
+let target;
+let browser;
+let page;
+
+before(async () => {
+  target = await startTarget();
+  browser = await launchBrowser();
+  page = await openPage(browser.context, target);
+  await page.click("#tab-info");
+});
+
+after(async () => {
+  await browser?.close();
+  await target?.close();
+});
+
+async function shownPage() {
+  return page.$$eval('[data-testid="help-page"] > *', (elements) => elements.map((element) => {
+    const style = getComputedStyle(element);
+    const link = element.querySelector("a");
+    return {
+      kind: element.tagName === "H2" ? "h" : link ? "a" : "p",
+      text: element.textContent,
+      size: style.fontSize,
+      link: link && { color: getComputedStyle(link).color, href: link.href, valid: URL.canParse(link.href), rel: link.rel },
+    };
+  }));
+}
+
+describe("tab bar", () => {
+  test("two tabs, Connection and Info, with their icons, the selected one in the accent", async () => {
+    const tabs = await page.$$eval('[role="tab"]', (elements) => elements.map((tab) => ({
+      label: tab.textContent.trim(),
+      icon: tab.querySelector("svg").dataset.icon,
+      selected: tab.getAttribute("aria-selected"),
+      color: getComputedStyle(tab).color,
+      size: getComputedStyle(tab.querySelector("span")).fontSize,
+    })));
+    assert.deepEqual(tabs, [
+      { label: "Connection", icon: "list.dash", selected: "false", color: "rgb(142, 142, 147)", size: "10px" },
+      { label: "Info", icon: "info.circle.fill", selected: "true", color: "rgb(0, 140, 0)", size: "10px" },
+    ]);
+    assert.equal(await page.locator("#connect-view").isVisible(), false);
+    assert.equal(await page.locator("#help-view").isVisible(), true);
+  });
+});
+
+describe("menu", () => {
+  test("heading \"Info\" and four full-width rows with icon and label at 18", async () => {
+    assert.equal(await page.locator("#help > .heading").textContent(), "Info");
+    assert.deepEqual(await styleOf(page, "#help > .heading", ["font-size"]), { "font-size": "20px" });
+    const rows = await page.$$eval(".menu__row", (elements) => elements.map((row) => ({
+      label: row.textContent,
+      icon: row.querySelector("svg").dataset.icon,
+      size: getComputedStyle(row).fontSize,
+      fullWidth: Math.abs(row.getBoundingClientRect().width - row.parentElement.getBoundingClientRect().width) < 0.5,
+    })));
+    assert.deepEqual(rows, PAGES.map(({ menu, icon }) => ({ label: menu, icon, size: "18px", fullWidth: true })));
+    assert.deepEqual(await styleOf(page, ".menu__row", ["background-color", "color", "height"]), {
+      "background-color": "rgb(220, 220, 220)",
+      color: "rgb(100, 100, 100)",
+      height: "50px",
+    });
+    await screenshot(page, "help-menu-phone");
+  });
+});
+
+describe("pages", () => {
+  for (const expected of PAGES) {
+    test(`"${expected.menu}" shows its copy word for word`, async () => {
+      await page.getByRole("button", { name: expected.menu, exact: true }).click();
+      assert.equal(await page.locator('[data-testid="help-back"]').textContent(), "< Back");
+      assert.deepEqual(await styleOf(page, '[data-testid="help-back"]', ["font-size", "background-color"]), {
+        "font-size": "18px",
+        "background-color": "rgb(220, 220, 220)",
+      });
+      const shown = await shownPage();
+      assert.equal(shown.length, expected.blocks.length);
+      shown.forEach((block, index) => {
+        const [kind, text] = expected.blocks[index];
+        assert.equal(block.kind, kind, `block ${index} of ${expected.menu}`);
+        if (typeof text === "string") assert.equal(block.text, text);
+        else if (text instanceof RegExp) assert.match(block.text, text);
+        assert.equal(block.size, kind === "h" ? "20px" : "17px", `size of "${block.text}"`);
+        if (kind === "a") {
+          assert.equal(block.link.color, "rgb(0, 160, 0)");
+          assert.equal(block.link.valid, true);
+          assert.equal(block.link.rel, "noopener noreferrer");
+        }
+      });
+      await screenshot(page, `help-${expected.name}-phone`);
+      await page.click('[data-testid="help-back"]');
+      await page.waitForSelector(".menu__row");
+    });
+  }
+});
+
+describe("ViewId", () => {
+  test("leaving the Info tab and coming back keeps the page", async () => {
+    await page.getByRole("button", { name: "Troubleshooting", exact: true }).click();
+    await page.locator("#help-scroll").evaluate((element) => { element.scrollTop = 200; });
+    await page.click("#tab-connection");
+    assert.equal(await page.locator("#help-view").isVisible(), false);
+    await page.click("#tab-info");
+    assert.equal(await page.locator('[data-testid="help-page"]').getAttribute("data-page"), "ToubleshootingView");
+    await page.click('[data-testid="help-back"]');
+    assert.equal(await page.locator("#help").getAttribute("data-view-id"), "0");
+  });
+
+  test("the desktop layout keeps the copy in one readable column", async () => {
+    await page.setViewportSize(DESKTOP);
+    await page.getByRole("button", { name: "About", exact: true }).click();
+    const width = await page.locator("#help").evaluate((element) => element.getBoundingClientRect().width);
+    assert.ok(width <= 760, `column is ${width} wide`);
+    await screenshot(page, "help-about-desktop");
+    await page.click('[data-testid="help-back"]');
+    await page.setViewportSize(PHONE);
+  });
+});
+
+test("the page logged no error", () => {
+  assert.deepEqual(page.errors.map(String), []);
+});
