@@ -66,6 +66,7 @@ std::optional<std::string> BackendSession::parseAddress(const std::string& text)
 }
 
 void BackendSession::send(HttpRequest request, std::function<void(HttpResponse)> completion) const {
+    requestsStarted_->fetch_add(1);
     foundation::DispatchQueue::global().async(
         [session = *this, request = std::move(request), completion = std::move(completion)] {
             completion(session.perform(request));

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
+#include <cstdint>
+#include <memory>
 #include <filesystem>
 #include <functional>
 #include <optional>
@@ -64,8 +67,12 @@ public:
     // The same on the calling thread.
     HttpResponse perform(const HttpRequest& request) const;
 
+    // How many requests send() has started so far, over all copies.
+    uint64_t requestsStarted() const { return requestsStarted_->load(); }
+
 private:
     BackendEndpoint endpoint_;
+    std::shared_ptr<std::atomic<uint64_t>> requestsStarted_ = std::make_shared<std::atomic<uint64_t>>(0);
 };
 
 }  // namespace ferrylink::app
