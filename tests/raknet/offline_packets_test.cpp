@@ -1,0 +1,318 @@
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+
+#include "foundation/byte_buffer.h"
+#include "raknet/packets/offline_packets.h"
+#include "raknet/packets/wire.h"
+#include "raknet/server_info.h"
+#include "support/hex.h"
+
+namespace ferrylink::raknet {
+namespace {
+
+using foundation::ByteBuffer;
+using foundation::SocketAddress;
+using ferrylink::testing::bufferFromHex;
+using ferrylink::testing::bytesFromHex;
+
+constexpr const char* MAGIC_HEX = "00 FF FF 00 FE FE FE FE FD FD FD FD 12 34 56 78";
+
+std::string withMagic(const std::string& before, const std::string& after) {
+    return before + " " + MAGIC_HEX + " " + after;
+}
+
+SocketAddress v4(const char* text, uint16_t port) { return SocketAddress::makeResolving(text, port); }
+
+// --- Addresses and strings ------------------------------------------------------
+
+TEST(RakNetAddressTest, IPv4IsWrittenWithComplementedBytes) {
+    ByteBuffer buffer;
+    writeAddress(buffer, v4("192.168.1.5", 19132));
+    EXPECT_BYTES(buffer, "04 3F 57 FE FA 4A BC");
+}
+
+TEST(RakNetAddressTest, IPv6TakesTwentyNineBytesWithItsOwnFamilyConstant) {
+    ByteBuffer buffer;
+    writeAddress(buffer, SocketAddress::makeResolving("::1", 19133));
+    EXPECT_BYTES(buffer, "06 00 0A 4A BD 00 00 00 00  00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 01  00 00 00 00");
+}
+
+TEST(RakNetAddressTest, ReadsBothFormsBack) {
+    auto buffer = bufferFromHex("04 80 FF FF FE 4A BC  06 00 0A 4A BD 00 00 00 00"
+                                " 20 01 0D B8 00 00 00 00 00 00 00 00 00 00 00 07  00 00 00 00");
+    auto first = readAddress(buffer);
+    EXPECT_EQ(first.kind(), SocketAddress::Kind::v4);
+    EXPECT_EQ(*first.ipAddress(), "127.0.0.1");
+    EXPECT_EQ(*first.port(), 19132);
+    auto second = readAddress(buffer);
+    EXPECT_EQ(second.kind(), SocketAddress::Kind::v6);
+    EXPECT_EQ(*second.ipAddress(), "2001:db8::7");
+    EXPECT_EQ(*second.port(), 19133);
+    EXPECT_EQ(buffer.readableBytes(), 0u);
+}
+
+TEST(RakNetAddressTest, UnknownVersionGivesTheDefaultAndConsumesOneByte) {
+    auto buffer = bufferFromHex("05 AA BB CC");
+    auto address = readAddress(buffer);
+    EXPECT_EQ(*address.ipAddress(), "0.0.0.0");
+    EXPECT_EQ(*address.port(), 19132);
+    EXPECT_EQ(buffer.readerIndex(), 1u);
+}
+
+TEST(RakNetAddressTest, NothingLeftGivesTheDefaultAndConsumesNothing) {
+    ByteBuffer buffer;
+    auto address = readAddress(buffer);
+    EXPECT_EQ(*address.ipAddress(), "0.0.0.0");
+    EXPECT_EQ(*address.port(), 19132);
+}
+
+TEST(RakNetAddressTest, WriteIPv4DropsEmptyPieces) {
+    ByteBuffer buffer;
+    writeIPv4(buffer, "1..2.3.4.", 1);
+    EXPECT_BYTES(buffer, "04 FE FD FC FB 00 01");
+}
+
+TEST(RakNetAddressTest, LocalDomainAddressWritesNothing) {
+    ByteBuffer buffer;
+    writeAddress(buffer, SocketAddress::unixDomain("/tmp/x"));
+    EXPECT_EQ(buffer.readableBytes(), 0u);
+}
+
+TEST(RakNetStringTest, EmptyTextIsTwoZeroBytes) {
+    ByteBuffer buffer;
+    writeString(buffer, "");
+    EXPECT_BYTES(buffer, "00 00");
+}
+
+TEST(RakNetStringTest, LengthCountsUtf8Bytes) {
+    ByteBuffer buffer;
+    writeString(buffer, "Caf\xC3\xA9");
+    EXPECT_BYTES(buffer, "00 05 43 61 66 C3 A9");
+    EXPECT_EQ(readString(buffer), "Caf\xC3\xA9");
+}
+
+TEST(RakNetStringTest, InvalidUtf8IsRepairedNotRefused) {
+    auto buffer = bufferFromHex("00 03 41 C3 28");
+    EXPECT_EQ(readString(buffer), "A\xEF\xBF\xBD(");
+}
+
+// --- Offline packets ------------------------------------------------------------
+
+TEST(OfflinePacketTest, UnconnectedPingRoundTrip) {
+    UnconnectedPing ping;
+    ping.clientTime = 1000;
+    ping.clientId = 42;
+    ByteBuffer buffer;
+    ping.encode(buffer);
+    EXPECT_BYTES(buffer, withMagic("01 00 00 00 00 00 00 03 E8", "00 00 00 00 00 00 00 2A"));
+    EXPECT_EQ(buffer.readableBytes(), 33u);
+
+    UnconnectedPing decoded;
+    decoded.decode(buffer);
+    EXPECT_EQ(decoded.clientTime, 1000);
+    EXPECT_EQ(decoded.clientId, 42);
+    EXPECT_TRUE(decoded.hasValidMagic());
+}
+
+TEST(OfflinePacketTest, NewPacketsStartAtMinusOne) {
+    EXPECT_EQ(UnconnectedPing().clientTime, -1);
+    EXPECT_EQ(UnconnectedPong().serverId, -1);
+    EXPECT_EQ(OpenConnectionRequest1().mtu, -1);
+    EXPECT_EQ(OpenConnectionReply2().serverId, -1);
+    EXPECT_TRUE(UnconnectedPing().magic.empty());
+}
+
+TEST(OfflinePacketTest, UnconnectedPongCarriesTheAdvertAsAString) {
+    UnconnectedPong pong;
+    pong.clientTime = 1000;
+    pong.serverId = -2;
+    pong.info = "MCPE;a";
+    ByteBuffer buffer;
+    pong.encode(buffer);
+    EXPECT_BYTES(buffer, withMagic("1C 00 00 00 00 00 00 03 E8 FF FF FF FF FF FF FF FE", "00 06 4D 43 50 45 3B 61"));
+
+    UnconnectedPong decoded;
+    decoded.decode(buffer);
+    EXPECT_EQ(decoded.clientTime, 1000);
+    EXPECT_EQ(decoded.serverId, -2);
+    EXPECT_EQ(decoded.info, "MCPE;a");
+}
+
+TEST(OfflinePacketTest, WrongMagicIsNoFailureOfTheDecoder) {
+    auto buffer = bufferFromHex("01 00 00 00 00 00 00 00 01  00 FF FF 00 FE FE FE FE FD FD FD FD 12 34 56 79"
+                                " 00 00 00 00 00 00 00 02");
+    UnconnectedPing ping;
+    ping.decode(buffer);
+    EXPECT_FALSE(ping.hasValidMagic());
+    EXPECT_EQ(ping.clientId, 2);
+}
+
+TEST(OfflinePacketTest, RequestOneTakesTheDatagramLengthAsMtu) {
+    std::vector<uint8_t> bytes = bytesFromHex(withMagic("05", "0B"));
+    bytes.resize(1492, 0xAB);
+    ByteBuffer buffer(bytes);
+    OpenConnectionRequest1 request;
+    request.decode(buffer);
+    EXPECT_EQ(request.mtu, 1492);
+    EXPECT_EQ(request.protocolVersion, 11);
+    EXPECT_TRUE(request.hasValidMagic());
+    EXPECT_EQ(buffer.readableBytes(), 0u);
+}
+
+TEST(OfflinePacketTest, RequestOneOfEighteenBytesDecodes) {
+    auto buffer = bufferFromHex(withMagic("05", "0A"));
+    OpenConnectionRequest1 request;
+    request.decode(buffer);
+    EXPECT_EQ(request.mtu, 18);
+    EXPECT_EQ(request.protocolVersion, 10);
+}
+
+TEST(OfflinePacketTest, RequestOneVersionIsASignedByte) {
+    auto buffer = bufferFromHex(withMagic("05", "FF 00 00"));
+    OpenConnectionRequest1 request;
+    request.decode(buffer);
+    EXPECT_EQ(request.protocolVersion, -1);
+}
+
+TEST(OfflinePacketTest, ReplyOne) {
+    OpenConnectionReply1 reply;
+    reply.serverId = 42;
+    reply.mtu = 1000;
+    ByteBuffer buffer;
+    reply.encode(buffer);
+    EXPECT_BYTES(buffer, withMagic("06", "00 00 00 00 00 00 00 2A 00 03 E8"));
+    EXPECT_EQ(buffer.readableBytes(), 28u);
+}
+
+TEST(OfflinePacketTest, RequestTwo) {
+    auto buffer = bufferFromHex(withMagic("07", "04 80 FF FF FE 4A BC 05 DC 00 00 00 00 00 00 00 2A FF"));
+    OpenConnectionRequest2 request;
+    request.decode(buffer);
+    EXPECT_EQ(*request.address->ipAddress(), "127.0.0.1");
+    EXPECT_EQ(*request.address->port(), 19132);
+    EXPECT_EQ(request.mtu, 1500);
+    EXPECT_EQ(request.clientId, 42);
+    EXPECT_EQ(buffer.readableBytes(), 1u);  // left unread
+}
+
+TEST(OfflinePacketTest, ReplyTwoWithThePeersAddress) {
+    OpenConnectionReply2 reply;
+    reply.serverId = 42;
+    reply.mtu = 1372;
+    reply.socketAddress = v4("127.0.0.1", 19132);
+    ByteBuffer buffer;
+    reply.encode(buffer);
+    EXPECT_BYTES(buffer, withMagic("08", "00 00 00 00 00 00 00 2A 04 80 FF FF FE 4A BC 05 5C 00"));
+}
+
+TEST(OfflinePacketTest, ReplyTwoWithoutAddressNamesTheDefault) {
+    OpenConnectionReply2 reply;
+    reply.serverId = 1;
+    reply.mtu = 548;
+    ByteBuffer buffer;
+    reply.encode(buffer);
+    EXPECT_BYTES(buffer, withMagic("08", "00 00 00 00 00 00 00 01 04 FF FF FF FF 4A BC 02 24 00"));
+}
+
+TEST(OfflinePacketTest, IncompatibleProtocolVersion) {
+    IncompatibleProtocolVersion reply;
+    reply.protocolVersion = 11;
+    reply.serverId = 42;
+    ByteBuffer buffer;
+    reply.encode(buffer);
+    EXPECT_BYTES(buffer, "19 0B " + std::string(MAGIC_HEX) + " 00 00 00 00 00 00 00 2A");
+    EXPECT_EQ(buffer.readableBytes(), 26u);
+}
+
+// --- The advert -----------------------------------------------------------------
+
+TEST(ServerInfoTest, AdvertJoinsNineFieldsWithoutQuoting) {
+    ServerInfo info("Ferrylink", "Join me!", 560, "1.19.50", 0, 99, "Creative", 42);
+    EXPECT_EQ(info.description(), "MCPE;Ferrylink;560;1.19.50;0;99;42;Join me!;Creative");
+}
+
+TEST(ServerInfoTest, NegativeServerIdShowsItsSign) {
+    ServerInfo info("m", "n", 1, "v", 2, 3, "g", -7);
+    EXPECT_EQ(info.description(), "MCPE;m;1;v;2;3;-7;n;g");
+}
+
+TEST(ServerInfoTest, ParserReadsByPositionAndAlwaysGivesServerIdOne) {
+    ServerInfo info(std::string_view("XXXX;a;1;b;2;3;4;c;d"));
+    EXPECT_EQ(info.motd, "a");
+    EXPECT_EQ(info.protocolVersion, 1);
+    EXPECT_EQ(info.version, "b");
+    EXPECT_EQ(info.currentPlayers, 2);
+    EXPECT_EQ(info.maxPlayers, 3);
+    EXPECT_EQ(info.name, "c");
+    EXPECT_EQ(info.gamemode, "d");
+    EXPECT_EQ(info.serverId, 1);
+}
+
+TEST(ServerInfoTest, ParserIgnoresPieceSixAndEverythingBehindPieceEight) {
+    ServerInfo info(std::string_view("MCPE;m;+5;v;-1;10;;n;g;x;y;z"));
+    EXPECT_EQ(info.protocolVersion, 5);
+    EXPECT_EQ(info.currentPlayers, -1);
+    EXPECT_EQ(info.maxPlayers, 10);
+    EXPECT_EQ(info.name, "n");
+    EXPECT_EQ(info.gamemode, "g");
+    EXPECT_EQ(info.serverId, 1);
+}
+
+TEST(ServerInfoTest, SemicolonInMotdShiftsTheReader) {
+    ServerInfo sent("a;5", "n", 6, "7", 0, 99, "g", 42);
+    EXPECT_EQ(sent.description(), "MCPE;a;5;6;7;0;99;42;n;g");
+    ServerInfo read(sent.description());
+    EXPECT_EQ(read.motd, "a");
+    EXPECT_EQ(read.protocolVersion, 5);
+    EXPECT_EQ(read.version, "6");
+    EXPECT_EQ(read.currentPlayers, 7);
+    EXPECT_EQ(read.maxPlayers, 0);
+    EXPECT_EQ(read.name, "42");
+    EXPECT_EQ(read.gamemode, "n");
+}
+
+using ServerInfoDeathTest = ::testing::Test;
+
+TEST_F(ServerInfoDeathTest, AdvertOfEightPiecesEndsTheProcess) {
+    EXPECT_DEATH(ServerInfo(std::string_view("MCPE;m;560;v;0;99;42;n")), "");
+}
+
+TEST_F(ServerInfoDeathTest, CountThatIsNoNumberEndsTheProcess) {
+    EXPECT_DEATH(ServerInfo(std::string_view("MCPE;m;;v;0;99;42;n;g")), "");
+    EXPECT_DEATH(ServerInfo(std::string_view("MCPE;m;560;v;zero;99;42;n;g")), "");
+}
+
+using OfflinePacketDeathTest = ::testing::Test;
+
+TEST_F(OfflinePacketDeathTest, RequestOneOfSeventeenBytesEndsTheProcess) {
+    auto buffer = bufferFromHex(withMagic("05", ""));
+    ASSERT_EQ(buffer.readableBytes(), 17u);
+    EXPECT_DEATH(OpenConnectionRequest1().decode(buffer), "");
+}
+
+TEST_F(OfflinePacketDeathTest, TruncatedPingEndsTheProcess) {
+    auto buffer = bufferFromHex(withMagic("01 00 00 00 00 00 00 00 01", "00 00"));
+    EXPECT_DEATH(UnconnectedPing().decode(buffer), "");
+}
+
+TEST_F(OfflinePacketDeathTest, StringLengthPastTheEndOrNegativeEndsTheProcess) {
+    auto tooLong = bufferFromHex("00 05 41");
+    EXPECT_DEATH(readString(tooLong), "");
+    auto negative = bufferFromHex("FF FF 41");
+    EXPECT_DEATH(readString(negative), "");
+}
+
+TEST_F(OfflinePacketDeathTest, OutOfRangeFieldsEndTheProcessOnEncoding) {
+    IncompatibleProtocolVersion incompatible;
+    incompatible.protocolVersion = 256;
+    ByteBuffer buffer;
+    EXPECT_DEATH(incompatible.encode(buffer), "");
+    OpenConnectionReply1 reply;
+    reply.mtu = 40000;
+    EXPECT_DEATH(reply.encode(buffer), "");
+    EXPECT_DEATH(writeString(buffer, std::string(32768, 'x')), "");
+}
+
+}  // namespace
+}  // namespace ferrylink::raknet
