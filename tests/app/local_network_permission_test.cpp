@@ -1,0 +1,154 @@
+#include "app/local_network_permission.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <ifaddrs.h>
+#include <net/if_arp.h>
+#include <netinet/in.h>
+#include <netpacket/packet.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <deque>
+
+namespace ferrylink::app {
+namespace {
+
+// Builds an interface list the way getifaddrs shapes it: one AF_PACKET
+// entry per interface carrying its hardware type, then its addresses.
+class FakeInterfaces {
+public:
+    FakeInterfaces& link(const char* name, unsigned short hardwareType) {
+        sockaddr_ll link{};
+        link.sll_family = AF_PACKET;
+        link.sll_hatype = hardwareType;
+        auto& storage = addresses_.emplace_back();
+        std::memcpy(&storage, &link, sizeof link);
+        return add(name, reinterpret_cast<sockaddr*>(&storage));
+    }
+    FakeInterfaces& ipv4(const char* name, const char* address) {
+        sockaddr_in ipv4{};
+        ipv4.sin_family = AF_INET;
+        ::inet_pton(AF_INET, address, &ipv4.sin_addr);
+        auto& storage = addresses_.emplace_back();
+        std::memcpy(&storage, &ipv4, sizeof ipv4);
+        return add(name, reinterpret_cast<sockaddr*>(&storage));
+    }
+    FakeInterfaces& ipv6(const char* name, const char* address) {
+        sockaddr_in6 ipv6{};
+        ipv6.sin6_family = AF_INET6;
+        ::inet_pton(AF_INET6, address, &ipv6.sin6_addr);
+        auto& storage = addresses_.emplace_back();
+        std::memcpy(&storage, &ipv6, sizeof ipv6);
+        return add(name, reinterpret_cast<sockaddr*>(&storage));
+    }
+    FakeInterfaces& withoutAddress(const char* name) { return add(name, nullptr); }
+
+    const ifaddrs* list() const { return entries_.empty() ? nullptr : &entries_.front(); }
+
+private:
+    FakeInterfaces& add(const char* name, sockaddr* address) {
+        ifaddrs entry{};
+        entry.ifa_name = const_cast<char*>(name);
+        entry.ifa_addr = address;
+        entries_.push_back(entry);
+        // std::deque keeps elements in place as it grows at the back.
+        for (size_t i = 0; i + 1 < entries_.size(); ++i) {
+            entries_[i].ifa_next = &entries_[i + 1];
+        }
+        return *this;
+    }
+
+    std::deque<sockaddr_storage> addresses_;
+    std::deque<ifaddrs> entries_;
+};
+
+TEST(LocalAddresses, TakesIpv4OfEthernetLikeInterfacesInOrder) {
+    FakeInterfaces interfaces;
+    interfaces.link("lo", ARPHRD_LOOPBACK)
+        .link("eth0", ARPHRD_ETHER)
+        .link("wlan0", ARPHRD_ETHER)
+        .link("wwan0", ARPHRD_NONE)
+        .ipv4("lo", "127.0.0.1")
+        .ipv4("eth0", "192.168.1.20")
+        .ipv6("eth0", "fe80::1")
+        .ipv4("wwan0", "100.64.0.7")
+        .withoutAddress("eth0")
+        .ipv4("wlan0", "10.0.0.5")
+        .ipv4("eth0", "192.168.1.21");
+    EXPECT_EQ(ethernetInterfaceNames(interfaces.list()), (std::vector<std::string>{"eth0", "wlan0"}));
+    // Two addresses on one interface give two entries.
+    EXPECT_EQ(localAddresses(interfaces.list()),
+              (std::vector<std::string>{"192.168.1.20", "10.0.0.5", "192.168.1.21"}));
+}
+
+TEST(LocalAddresses, NoEthernetLikeInterfaceGivesNothing) {
+    FakeInterfaces interfaces;
+    interfaces.link("lo", ARPHRD_LOOPBACK).ipv4("lo", "127.0.0.1");
+    EXPECT_TRUE(localAddresses(interfaces.list()).empty());
+    EXPECT_TRUE(localAddresses(nullptr).empty());
+}
+
+TEST(LocalAddressesDeathTest, EthernetEntryWithoutANameIsFatal) {
+    FakeInterfaces interfaces;
+    interfaces.link(nullptr, ARPHRD_ETHER);
+    EXPECT_DEATH(ethernetInterfaceNames(interfaces.list()), "without a name");
+}
+
+// A UDP socket on 127.0.0.1 that stands where the probe points.
+class Receiver {
+public:
+    Receiver() : socket_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        ::bind(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address);
+        socklen_t length = sizeof address;
+        ::getsockname(socket_, reinterpret_cast<sockaddr*>(&address), &length);
+        port_ = ntohs(address.sin_port);
+    }
+    ~Receiver() { ::close(socket_); }
+
+    uint16_t port() const { return port_; }
+
+    // The first datagram that arrived. Loopback delivers in order, so once a
+    // marker sent last is read, anything sent before it would have come first.
+    std::string firstDatagramAfterMarker() {
+        int sender = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(port_);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        ::sendto(sender, "marker", 6, 0, reinterpret_cast<sockaddr*>(&address), sizeof address);
+        ::close(sender);
+        char buffer[2048];
+        ssize_t length = ::recv(socket_, buffer, sizeof buffer, 0);
+        return length < 0 ? std::string() : std::string(buffer, static_cast<size_t>(length));
+    }
+
+private:
+    int socket_;
+    uint16_t port_ = 0;
+};
+
+TEST(LocalNetworkPermission, OpensOneSocketPerAddressAndSendsNothing) {
+    Receiver receiver;
+    {
+        LocalNetworkPermissionService service({"127.0.0.1", "not an address", "127.0.0.1"}, receiver.port());
+        EXPECT_TRUE(service.connectedPeers().empty());
+        service.requestPermission();
+        auto peer = "127.0.0.1:" + std::to_string(receiver.port());
+        EXPECT_EQ(service.connectedPeers(), (std::vector<std::string>{peer, peer}));
+    }
+    EXPECT_EQ(receiver.firstDatagramAfterMarker(), "marker");
+}
+
+TEST(LocalNetworkPermission, NoAddressesIsANoOp) {
+    LocalNetworkPermissionService service({}, 1);
+    service.requestPermission();
+    EXPECT_TRUE(service.connectedPeers().empty());
+}
+
+}  // namespace
+}  // namespace ferrylink::app
