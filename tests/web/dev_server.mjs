@@ -167,9 +167,12 @@ class App {
     this.appeared = false;
     this.graceTimer = null;
     this.timers = new Set();
+    this.closed = false;
   }
 
   later(ms, task) {
+    // Streams that close while the server shuts down must not start new timers.
+    if (this.closed) return null;
     const timer = setTimeout(() => {
       this.timers.delete(timer);
       task();
@@ -315,6 +318,7 @@ class App {
   }
 
   close() {
+    this.closed = true;
     for (const timer of this.timers) clearTimeout(timer);
     this.timers.clear();
     for (const page of this.pages.values()) for (const stream of page.streams) stream.end();

@@ -30,7 +30,7 @@ const BEDROCK = [85, 85, 85];
 const LOG = [104, 83, 50];
 const LEAVES = [60, 122, 36];
 const ORES = [
-  { colour: [45, 45, 45], depth: 0, chance: 0.08 },
+  { colour: [72, 72, 72], depth: 0, chance: 0.06 },
   { colour: [216, 175, 147], depth: 2, chance: 0.05 },
   { colour: [252, 238, 75], depth: 5, chance: 0.025 },
   { colour: [200, 20, 20], depth: 6, chance: 0.03 },
