@@ -145,6 +145,27 @@ describe("scene phase", () => {
   });
 });
 
+describe("appearances", () => {
+  test("coming back to the Connection tab reports the connection screen's appearance", async () => {
+    const page = await openPage(browser.context, target);
+    const reports = [];
+    page.on("request", (outgoing) => {
+      if (new URL(outgoing.url()).pathname === "/api/appear") reports.push(outgoing.postDataJSON());
+    });
+    try {
+      await page.click("#tab-connection");
+      await page.click("#tab-info");
+      const answered = page.waitForResponse((response) => new URL(response.url()).pathname === "/api/appear");
+      await page.click("#tab-connection");
+      assert.equal((await answered).status(), 204);
+      assert.deepEqual(reports.map((report) => report.screen), ["ConnectView"]);
+      assert.match(reports[0].page, /^[0-9a-f]{32}$/);
+    } finally {
+      await page.close();
+    }
+  });
+});
+
 describe("connection to the server", () => {
   test("a lost stream shows a banner, and the page recovers when it returns", { skip: Boolean(process.env.FERRYLINK_BASE_URL) }, async () => {
     const own = await startTarget();

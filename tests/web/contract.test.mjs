@@ -114,8 +114,9 @@ describe("actions", () => {
     assert.equal(typeof again.body.error, "string");
   });
 
-  test("the switch and the scene report answer 204", async () => {
+  test("the switch, the appearance and the scene reports answer 204", async () => {
     assert.equal((await request(target, "POST", "/api/featured", { body: { featured: true } })).status, 204);
+    assert.equal((await request(target, "POST", "/api/appear", { body: { page: PAGE, screen: "ConnectView" } })).status, 204);
     for (const phase of ["active", "inactive", "hidden"]) {
       assert.equal((await request(target, "POST", "/api/scene", { body: { page: PAGE, phase } })).status, 204);
     }
@@ -142,6 +143,7 @@ describe("malformed requests", () => {
     ["featured as text", "/api/featured", { featured: "false" }, true],
     ["message key as number", "/api/message/dismiss", { key: 1 }, true],
     ["scene phase of the server's own", "/api/scene", { page: PAGE, phase: "background" }, true],
+    ["appearance of an unknown screen", "/api/appear", { page: PAGE, screen: "HelpView" }, true],
   ];
   for (const [name, pathname, body, json] of cases) {
     test(`${name} is a 400 with an error text`, async () => {

@@ -344,6 +344,7 @@ const ROUTES = {
   "/api/featured": ["POST"],
   "/api/message/dismiss": ["POST"],
   "/api/scene": ["POST"],
+  "/api/appear": ["POST"],
   "/events": ["GET"],
 };
 
@@ -499,6 +500,12 @@ export async function startDevServer({
         if (app.pendingMessage()?.key !== key) throw new HttpError(409, "no pending message with that key");
         app.defaults.set(key, true);
         app.publish("message");
+        return noContent(response);
+      }
+      case "/api/appear": {
+        app.page(pageId(body.page));
+        oneOf(body, "screen", ["ConnectView"]);
+        if (app.featured) app.fetchStatus();
         return noContent(response);
       }
       case "/api/scene": {

@@ -80,6 +80,10 @@ export class Api {
     return this.#send("POST", "/api/message/dismiss", { key });
   }
 
+  reportAppearance(screen) {
+    return this.#send("POST", "/api/appear", { page: this.pageId, screen });
+  }
+
   reportScene(phase, options) {
     return this.#send("POST", "/api/scene", { page: this.pageId, phase }, options);
   }

@@ -59,12 +59,16 @@ new HelpView({
 const tabs = [...document.querySelectorAll('[role="tab"]')];
 
 function selectTab(selected) {
+  const comesBack = selected.id === "tab-connection" && selected.getAttribute("aria-selected") !== "true";
   for (const tab of tabs) {
     const isSelected = tab === selected;
     tab.setAttribute("aria-selected", isSelected ? "true" : "false");
     tab.tabIndex = isSelected ? 0 : -1;
     document.getElementById(tab.getAttribute("aria-controls")).hidden = !isSelected;
   }
+  // The connection screen's first appearance is the stream's opening; each
+  // return to it afterwards is reported.
+  if (comesBack) api.reportAppearance("ConnectView").catch(reportError);
 }
 
 for (const tab of tabs) {
