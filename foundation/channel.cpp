@@ -23,7 +23,8 @@ public:
 }  // namespace
 
 IOError::IOError(int errorNumber, const std::string& call)
-    : std::system_error(errorNumber, std::generic_category(), describeErrno(errorNumber, call)) {}
+    : std::system_error(errorNumber, std::generic_category(), call),
+      description_(describeErrno(errorNumber, call)) {}
 
 const std::shared_ptr<EventLoop>& ChannelHandlerContext::eventLoop() const { return channel_.eventLoop(); }
 

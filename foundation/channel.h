@@ -28,6 +28,11 @@ struct AddressedEnvelope {
 class IOError : public std::system_error {
 public:
     IOError(int errorNumber, const std::string& call);
+    // Exactly "call: reason (errno: n)", without the reason system_error would append again.
+    const char* what() const noexcept override { return description_.c_str(); }
+
+private:
+    std::string description_;
 };
 
 class ChannelHandlerContext {

@@ -156,6 +156,7 @@ TEST(DatagramChannelBind, PortTakenWithoutReuseFailsTheSameWayEachWait) {
     } catch (const IOError& error) {
         first = error.what();
         EXPECT_EQ(error.code().value(), EADDRINUSE);
+        EXPECT_EQ(first, "bind: Address already in use (errno: 98)");
     }
     try {
         future.wait();
