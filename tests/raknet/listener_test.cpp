@@ -1,0 +1,283 @@
+// The offline half of the protocol over loopback: a real Listener on
+// 127.0.0.1 (or ::1) port 0, driven by the raw-datagram peer.
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "foundation/clock.h"
+#include "harness.h"
+#include "support/hex.h"
+#include "support/raknet_peer.h"
+
+namespace ferrylink::raknet {
+namespace {
+
+using foundation::SocketAddress;
+using ferrylink::testing::hexOf;
+using ferrylink::testing::RakNetPeer;
+using testing::EventKind;
+using testing::LoopbackServer;
+
+constexpr const char* MAGIC_HEX = "00 FF FF 00 FE FE FE FE FD FD FD FD 12 34 56 78";
+
+std::string hex64(int64_t value) {
+    std::vector<uint8_t> bytes;
+    for (int shift = 56; shift >= 0; shift -= 8) {
+        bytes.push_back(static_cast<uint8_t>(static_cast<uint64_t>(value) >> shift));
+    }
+    return hexOf(bytes);
+}
+
+std::string hexText(const std::string& text) {
+    return hexOf(std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(text.data()), text.size()));
+}
+
+std::string hexAddress(const SocketAddress& address) { return hexOf(RakNetPeer::encodeAddress(address)); }
+
+std::string hexOfBytes(const std::optional<std::vector<uint8_t>>& bytes) { return bytes ? hexOf(*bytes) : "(nothing)"; }
+
+std::string normalized(std::string_view hex) { return hexOf(ferrylink::testing::bytesFromHex(hex)); }
+
+bool ipv6Loopback() {
+    int fd = ::socket(AF_INET6, SOCK_DGRAM, 0);
+    if (fd < 0) {
+        return false;
+    }
+    sockaddr_in6 local{};
+    local.sin6_family = AF_INET6;
+    local.sin6_addr = in6addr_loopback;
+    bool usable = ::bind(fd, reinterpret_cast<sockaddr*>(&local), sizeof(local)) == 0;
+    ::close(fd);
+    return usable;
+}
+
+// --- Discovery ----------------------------------------------------------------------
+
+TEST(ListenerPingTest, PingIsAnsweredWithTheAdvert) {
+    LoopbackServer server;
+    ASSERT_TRUE(server.bound());
+    RakNetPeer peer(*server.address);
+    peer.sendUnconnectedPing(1000);
+
+    auto pong = peer.nextOffline(0x1C);
+    const int64_t id = server.listener->id;
+    const std::string advert = "MCPE;Ferrylink;560;1.19.50;0;99;" + std::to_string(id) + ";Join me!;Creative";
+    char length[8];
+    std::snprintf(length, sizeof(length), "%02X %02X", static_cast<unsigned>(advert.size() >> 8),
+                  static_cast<unsigned>(advert.size() & 0xFF));
+    EXPECT_EQ(hexOfBytes(pong), normalized("1C 00 00 00 00 00 00 03 E8 " + hex64(id) + " " + MAGIC_HEX + " " +
+                                           length + " " + hexText(advert)));
+    EXPECT_EQ(server.info->serverId, id);
+    EXPECT_EQ(server.printer->lines(), (std::vector<std::string>{"Unconnected: 1"}));
+    EXPECT_EQ(server.connectionCount(), 0u);
+}
+
+TEST(ListenerPingTest, PingWithAWrongMagicGetsNoAnswer) {
+    LoopbackServer server;
+    RakNetPeer peer(*server.address);
+    auto bad = ferrylink::testing::bytesFromHex(
+        "01 00 00 00 00 00 00 00 01  00 FF FF 00 FE FE FE FE FD FD FD FD 12 34 56 00  00 00 00 00 00 00 00 01");
+    peer.sendRaw(bad);
+    peer.sendUnconnectedPing(2);
+    auto pong = peer.nextOffline(0x1C);
+    ASSERT_TRUE(pong);
+    EXPECT_EQ((*pong)[8], 2);  // the answer is to the second ping
+    EXPECT_FALSE(peer.nextOffline(0x1C, std::chrono::milliseconds(0)));
+    EXPECT_EQ(server.printer->count("Unconnected: 1"), 2u);
+}
+
+TEST(ListenerPingTest, PingFromAConnectedPeerIsAnsweredWithoutTheUnconnectedLine) {
+    LoopbackServer server;
+    RakNetPeer peer(*server.address);
+    peer.sendOpenConnectionRequest1(11, 1000);
+    ASSERT_TRUE(peer.nextOffline(0x06));
+    peer.sendUnconnectedPing(5);
+    ASSERT_TRUE(peer.nextOffline(0x1C));
+    EXPECT_EQ(server.printer->count("Unconnected: 1"), 0u);
+    EXPECT_EQ(server.printer->count("Unconnected: 5"), 1u);
+}
+
+TEST(ListenerPingTest, StrangersAndEmptyDatagramsAreOnlyALine) {
+    LoopbackServer server;
+    RakNetPeer peer(*server.address);
+    peer.sendRaw(std::vector<uint8_t>{});
+    peer.sendRaw(std::vector<uint8_t>{0x80, 0x00, 0x00, 0x00});
+    peer.sendUnconnectedPing(1);
+    ASSERT_TRUE(peer.nextOffline(0x1C));
+    EXPECT_EQ(server.printer->lines(), (std::vector<std::string>{"Unconnected: 128", "Unconnected: 1"}));
+    EXPECT_EQ(server.connectionCount(), 0u);
+}
+
+// --- MTU negotiation -------------------------------------------------------------------
+
+struct MtuCase {
+    size_t requestOneLength;
+    int32_t connectionMtu;
+};
+
+class ListenerRequestOneTest : public ::testing::TestWithParam<MtuCase> {};
+
+TEST_P(ListenerRequestOneTest, ReplyEchoesTheLengthAndTheConnectionGetsTheClamp) {
+    LoopbackServer server;
+    RakNetPeer peer(*server.address);
+    peer.sendOpenConnectionRequest1(11, GetParam().requestOneLength);
+    auto reply = peer.nextOffline(0x06);
+    char mtu[8];
+    std::snprintf(mtu, sizeof(mtu), "%02X %02X", static_cast<unsigned>(GetParam().requestOneLength >> 8),
+                  static_cast<unsigned>(GetParam().requestOneLength & 0xFF));
+    EXPECT_EQ(hexOfBytes(reply),
+              normalized(std::string("06 ") + MAGIC_HEX + " " + hex64(server.listener->id) + " 00 " + mtu));
+    auto connection = server.connectionOf(peer.localAddress());
+    ASSERT_TRUE(connection);
+    EXPECT_EQ(server.onLoop([&] { return connection->mtu; }), GetParam().connectionMtu);
+    EXPECT_EQ(connection->protocolVersion, 11);
+    EXPECT_EQ(server.printer->lines(),
+              (std::vector<std::string>{"Unconnected: 5", "RakNet protocol: 11", "OpenConnectionReply1"}));
+}
+
+INSTANTIATE_TEST_SUITE_P(Lengths, ListenerRequestOneTest,
+                         ::testing::Values(MtuCase{1000, 972}, MtuCase{200, 548}, MtuCase{1492, 1372}));
+
+TEST(ListenerRequestTwoTest, ReplyCarriesTheMtuAfterTheHeaderAllowance) {
+    LoopbackServer server;
+    RakNetPeer peer(*server.address);
+    peer.sendOpenConnectionRequest1(10, 1000);
+    ASSERT_TRUE(peer.nextOffline(0x06));
+    peer.sendOpenConnectionRequest2(1500);
+    auto reply = peer.nextOffline(0x08);
+    EXPECT_EQ(hexOfBytes(reply), normalized(std::string("08 ") + MAGIC_HEX + " " + hex64(server.listener->id) + " " +
+                                            hexAddress(peer.localAddress()) + " 05 5C 00"));
+    auto connection = server.connectionOf(peer.localAddress());
+    EXPECT_EQ(server.onLoop([&] { return connection->mtu; }), 1372);
+
+    // A second request 1 is answered but changes nothing.
+    peer.sendOpenConnectionRequest1(10, 600);
+    ASSERT_TRUE(peer.nextOffline(0x06));
+    EXPECT_EQ(server.onLoop([&] { return connection->mtu; }), 1372);
+    EXPECT_EQ(server.connectionOf(peer.localAddress()), connection);
+}
+
+TEST(ListenerRequestTwoTest, WithoutRequestOneItIsAnsweredAndNothingIsTabled) {
+    LoopbackServer server;
+    RakNetPeer peer(*server.address);
+    peer.sendOpenConnectionRequest2(1400);
+    ASSERT_TRUE(peer.nextOffline(0x08));
+    EXPECT_EQ(server.connectionCount(), 0u);
+    EXPECT_EQ(server.printer->lines(), (std::vector<std::string>{"Unconnected: 7", "OpenConnectionReply2"}));
+}
+
+TEST(ListenerRequestTwoTest, IPv6PeerGetsFortyBytesLessAndTheLongAddressForm) {
+    if (!ipv6Loopback()) {
+        GTEST_SKIP() << "no IPv6 loopback here";
+    }
+    LoopbackServer server("::1");
+    ASSERT_TRUE(server.bound());
+    RakNetPeer peer(*server.address);
+    peer.sendOpenConnectionRequest1(11, 1000);
+    ASSERT_TRUE(peer.nextOffline(0x06));
+    auto connection = server.connectionOf(peer.localAddress());
+    ASSERT_TRUE(connection);
+    EXPECT_EQ(server.onLoop([&] { return connection->mtu; }), 952);
+
+    peer.sendOpenConnectionRequest2(1500);
+    auto reply = peer.nextOffline(0x08);
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->size(), 1u + 16 + 8 + 29 + 2 + 1);
+    EXPECT_EQ(hexOfBytes(reply), normalized(std::string("08 ") + MAGIC_HEX + " " + hex64(server.listener->id) + " " +
+                                            hexAddress(peer.localAddress()) + " 05 48 00"));
+    EXPECT_EQ(server.onLoop([&] { return connection->mtu; }), 1352);
+}
+
+// --- Protocol versions -------------------------------------------------------------------
+
+TEST(ListenerVersionTest, IncompatiblePeerIsToldElevenAndStillTabledUntilItTimesOut) {
+    LoopbackServer server;
+    RakNetPeer peer(*server.address);
+    peer.sendOpenConnectionRequest1(9, 1000);
+    auto reply = peer.nextOffline(0x19);
+    EXPECT_EQ(hexOfBytes(reply), normalized(std::string("19 0B ") + MAGIC_HEX + " " + hex64(server.listener->id)));
+    EXPECT_EQ(server.printer->lines(), (std::vector<std::string>{"Unconnected: 5", "RakNet protocol: 9",
+                                                                 "IncompatibleProtocolVersion"}));
+    auto connection = server.connectionOf(peer.localAddress());
+    ASSERT_TRUE(connection);
+    EXPECT_EQ(connection->protocolVersion, 9);
+
+    foundation::Clock::advance(Connection::SILENCE_TIMEOUT);
+    ASSERT_TRUE(server.events->waitFor(EventKind::close));
+    ASSERT_TRUE(server.waitForConnections(0));
+    auto closes = server.events->of(EventKind::close);
+    EXPECT_EQ(closes[0].reason, "timeout");
+    EXPECT_EQ(closes[0].address, peer.localAddress());
+    EXPECT_TRUE(server.events->of(EventKind::open).empty());
+    EXPECT_EQ(server.printer->count("Removed: " + peer.localAddress().description()), 1u);
+}
+
+// --- Binding -------------------------------------------------------------------------------
+
+TEST(ListenerBindTest, PortInUsePrintsTheErrorAndGivesNothing) {
+    int blocker = ::socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in local{};
+    local.sin_family = AF_INET;
+    local.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(::bind(blocker, reinterpret_cast<sockaddr*>(&local), sizeof(local)), 0);
+    socklen_t length = sizeof(local);
+    ::getsockname(blocker, reinterpret_cast<sockaddr*>(&local), &length);
+
+    auto group = std::make_shared<foundation::MultiThreadedEventLoopGroup>(1);
+    auto printer = std::make_shared<testing::RecordingPrinter>();
+    auto listener = std::make_shared<Listener>();
+    listener->printer = printer;
+    auto result = listener->bind(nullptr, testing::runAdvert(), "127.0.0.1", ntohs(local.sin_port), group);
+    EXPECT_FALSE(result);
+    EXPECT_FALSE(listener->channel);
+    EXPECT_EQ(printer->lines(), (std::vector<std::string>{"bind: Address already in use (errno: 98)"}));
+    listener->close();
+    group->syncShutdownGracefully();
+    ::close(blocker);
+}
+
+TEST(ListenerBindTest, UnresolvableEndpointIsReportedAsUnavailable) {
+    auto group = std::make_shared<foundation::MultiThreadedEventLoopGroup>(1);
+    auto printer = std::make_shared<testing::RecordingPrinter>();
+    auto listener = std::make_shared<Listener>();
+    listener->printer = printer;
+    EXPECT_FALSE(listener->bind(nullptr, testing::runAdvert(), "127.0.0.1", -1, group));
+    EXPECT_EQ(printer->lines(), (std::vector<std::string>{"unavaliable: 127.0.0.1 -1"}));
+    group->syncShutdownGracefully();
+}
+
+TEST(ListenerBindTest, EachListenerHasItsOwnId) {
+    EXPECT_NE(Listener().id, Listener().id);
+}
+
+TEST(ListenerBindTest, MtuRule) {
+    auto v4 = SocketAddress::makeResolving("127.0.0.1", 1);
+    auto v6 = SocketAddress::makeResolving("::1", 1);
+    EXPECT_EQ(Listener::connectionMtu(100, v4), 548);
+    EXPECT_EQ(Listener::connectionMtu(5000, v4), 1372);
+    EXPECT_EQ(Listener::connectionMtu(100, v6), 528);
+    EXPECT_EQ(Listener::connectionMtu(5000, v6), 1352);
+}
+
+using ListenerDeathTest = ::testing::Test;
+
+TEST_F(ListenerDeathTest, TruncatedRequestOneFromThePeerEndsTheProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(
+        {
+            LoopbackServer server;
+            RakNetPeer peer(*server.address);
+            auto truncated = ferrylink::testing::bytesFromHex(std::string("05 ") + MAGIC_HEX);
+            peer.sendRaw(truncated);
+            server.printer->waitFor("never printed");
+        },
+        "");
+}
+
+}  // namespace
+}  // namespace ferrylink::raknet
