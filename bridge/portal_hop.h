@@ -1,0 +1,132 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <unordered_map>
+
+#include "bridge/server_link.h"
+#include "foundation/byte_buffer.h"
+#include "foundation/dispatch_queue.h"
+#include "foundation/event_loop.h"
+#include "foundation/socket_address.h"
+#include "raknet/connection.h"
+#include "raknet/listener.h"
+#include "raknet/printer.h"
+#include "raknet/server_info.h"
+
+namespace ferrylink::bridge {
+
+class PipedPlayer;
+class TransferListener;
+
+// The LAN side of one run of the bridge: a RakNet listener on the local port
+// that lets consoles join far enough to receive a TransferPacket naming the
+// real server (transferHost:transferPort), one PipedPlayer per client.
+//
+// Use:
+//   auto hop = PortalHop::make("play.example.net", 19132, /*oneTransfer=*/true,
+//                              [] { /* closed */ });
+//   hop->setPrinter(consoleSink);                // optional, before start
+//   hop->start(group, std::make_shared<raknet::ServerInfo>(...));
+//   ...
+//   if (hop->isRunning()) hop->stop();
+//
+// A run ends by stop(), or, with oneTransfer, 15 seconds after the first
+// client left; either way onCloseHandler runs once, on serverQueue. A closed
+// server can't be started again: a new run is a new object.
+//
+// Threads: make() and start() run on the caller's thread, start() blocking
+// during the bind. The transport's callbacks arrive on the event loop and are
+// moved to serverQueue at once; serverQueue alone touches `players` and the
+// PipedPlayers. stop() and isRunning() may be called from any thread.
+class PortalHop : public ServerLink, public std::enable_shared_from_this<PortalHop> {
+public:
+    using StandardOutput = raknet::StandardOutputPrinter;
+
+    static constexpr const char* serverQueueLabel = "org.norvane.portalhop.serial.queue";
+    static constexpr const char* defaultHostIp = "0.0.0.0";
+    static constexpr int defaultHostPort = 19132;
+    // How long after a client has gone a oneTransfer server closes.
+    static constexpr std::chrono::milliseconds oneTransferDelay{15000};
+
+    // Builds the server, makes it the current one (through which every
+    // session logs and takes its buffers) and loads the resource files.
+    //   transferHost, transferPort: where clients are sent on to.
+    //   oneTransfer: close 15 s after a client disconnects.
+    //   onCloseHandler: called once the server has closed.
+    //   hostPort, hostIp: the local endpoint; hostPort + 1 is tried when
+    //     hostPort can't be bound.
+    //   resolveIp: resolve transferHost to a numeric address at each
+    //     hand-over; otherwise clients get the name as written.
+    static std::shared_ptr<PortalHop> make(std::string transferHost, int transferPort, bool oneTransfer,
+                                           std::function<void()> onCloseHandler, int hostPort = defaultHostPort,
+                                           bool resolveIp = true, std::string hostIp = defaultHostIp);
+    ~PortalHop() override;
+
+    PortalHop(const PortalHop&) = delete;
+    PortalHop& operator=(const PortalHop&) = delete;
+
+    // Binds the listener with `info` as its advert and prints where it listens
+    // and where it transfers to. Blocks its caller while the socket is bound.
+    void start(std::shared_ptr<foundation::EventLoopGroup> group, std::shared_ptr<raknet::ServerInfo> info);
+    // Returns at once; the close step runs on serverQueue: "Server shutdown!"
+    // to every client, the listener closed, onCloseHandler called. Only while
+    // running: a second stop, or a stop before start, is a fatal fault.
+    void stop();
+    bool isRunning() const { return !shutdown.load(); }
+
+    // Where console lines go; a StandardOutput until replaced. Set it before start.
+    void setPrinter(std::shared_ptr<raknet::Printer> printer);
+    std::shared_ptr<raknet::Printer> printer() const;
+
+    // The bound local address, once start() has bound a socket.
+    std::optional<foundation::SocketAddress> localAddress() const;
+    std::shared_ptr<raknet::Listener> listener() const;
+
+    // ServerLink: the console and the bound channel's allocator.
+    void print(std::string_view line) override;
+    foundation::ByteBufferAllocator channelAllocator() override;
+
+    const std::string hostIp;
+    // Never changed, also not when the port above it is what got bound.
+    const int hostPort;
+    const std::string transferHost;
+    const int transferPort;
+    const bool resolveIp;
+    const bool oneTransfer;
+    const foundation::DispatchQueue serverQueue;
+
+    // serverQueue only. Entries stay after the close step.
+    std::unordered_map<foundation::SocketAddress, std::shared_ptr<PipedPlayer>> players;
+
+private:
+    friend class TransferListener;
+
+    PortalHop(std::string transferHost, int transferPort, bool oneTransfer, std::function<void()> onCloseHandler,
+              int hostPort, bool resolveIp, std::string hostIp);
+
+    void loadResources();
+    // The work of TransferListener's callbacks; serverQueue only.
+    void receive(foundation::ByteBuffer payload, const foundation::SocketAddress& sender);
+    void openConnection(const std::shared_ptr<raknet::Connection>& connection);
+    void closeConnection(const foundation::SocketAddress& address, const std::string& reason);
+    // The close step; serverQueue only.
+    void closeAll();
+
+    std::shared_ptr<TransferListener> connectionListener_;
+    std::function<void()> onCloseHandler_;
+    std::atomic<bool> shutdown{false};
+
+    // The listener and the printer are read from every server's queue (a
+    // session logs through the current server, which may be a newer one).
+    mutable std::mutex mutex_;
+    std::shared_ptr<raknet::Listener> listener_;
+    std::shared_ptr<raknet::Printer> printer_ = std::make_shared<StandardOutput>();
+};
+
+}  // namespace ferrylink::bridge

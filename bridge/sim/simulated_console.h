@@ -1,0 +1,72 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace ferrylink::testing {
+
+// What a simulated console is told before it joins.
+struct ConsoleOptions {
+    // The bridge to join. Only loopback makes sense here; the console binds
+    // a loopback socket of the same family.
+    std::string host = "127.0.0.1";
+    int port = 19132;
+    // The game protocol the console claims in its login.
+    int32_t protocol = 560;
+    // 11 negotiates compression first; 10 compresses from the first packet.
+    uint8_t raknetVersion = 11;
+    uint16_t mtu = 1400;
+    std::string displayName = "Console";
+    // For the whole join, discovery to transfer.
+    std::chrono::milliseconds timeout{20000};
+    // Where the resource bundle lies, for checking the tables the bridge
+    // passes through; empty: the places the bridge itself searches.
+    std::filesystem::path bundleFolder;
+};
+
+// What came of one join.
+struct ConsoleReport {
+    // The advert text of the pong ("MCPE;...").
+    std::string advert;
+    // The names of the game packets received, in order.
+    std::vector<std::string> received;
+    // The hand-over, when it came.
+    std::optional<std::string> transferAddress;
+    std::optional<uint16_t> transferPort;
+    // The message of a DisconnectPacket, when one came instead.
+    std::optional<std::string> disconnectMessage;
+    // Everything that differed from what a console must get: wrong bytes,
+    // packets out of order, a step that timed out. Empty for a good join.
+    std::vector<std::string> problems;
+
+    bool transferred() const { return transferAddress.has_value(); }
+    bool clean() const { return problems.empty(); }
+};
+
+// A Bedrock console played over a loopback socket: it discovers the advert,
+// connects over RakNet, asks for network settings (RakNet 11), logs in with a
+// chain of one self-signed token and an empty XUID (as a console that isn't
+// signed in), walks through the resource-pack steps, checks every packet it is
+// sent against the bytes the bridge must send for its protocol, says it's in
+// the world and reports where the TransferPacket sends it.
+//
+// The checks are written from the wire tables, apart from the code under test:
+// hex rows for the start-game layouts, a zlib stream of its own, the usual
+// base-128 var-int reader of a real client.
+class SimulatedConsole {
+public:
+    explicit SimulatedConsole(ConsoleOptions options);
+
+    // One whole join. Never throws for what the bridge sends; every fault is
+    // a line in `problems`. Leaves the connection with a disconnect.
+    ConsoleReport join();
+
+private:
+    ConsoleOptions options_;
+};
+
+}  // namespace ferrylink::testing

@@ -1,0 +1,164 @@
+#include <gtest/gtest.h>
+
+#include <future>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "bridge/sim/simulated_console.h"
+#include "foundation/clock.h"
+#include "foundation/socket_address.h"
+#include "running_bridge.h"
+
+namespace ferrylink::bridge {
+namespace {
+
+using testing::ConsoleOptions;
+using testing::ConsoleReport;
+using testing::RunningBridge;
+using testing::SimulatedConsole;
+
+std::string describe(const ConsoleReport& report) {
+    std::string text;
+    for (const auto& problem : report.problems) {
+        text += "\n  " + problem;
+    }
+    return text;
+}
+
+ConsoleReport joinAs(const RunningBridge& bridge, int32_t protocol, uint8_t raknetVersion,
+                     const std::string& name = "Console") {
+    ConsoleOptions options;
+    options.port = bridge.port();
+    options.protocol = protocol;
+    options.raknetVersion = raknetVersion;
+    options.displayName = name;
+    return SimulatedConsole(options).join();
+}
+
+// What the system's resolver makes of "localhost", as the bridge will see it.
+std::string localhostNumeric() { return *foundation::SocketAddress::makeResolving("localhost", 19132).ipAddress(); }
+
+struct JoinCase {
+    int32_t protocol;
+    uint8_t raknetVersion;
+};
+
+class ConsoleJoin : public ::testing::TestWithParam<JoinCase> {};
+
+TEST_P(ConsoleJoin, EndsInATransferToTheResolvedTarget) {
+    RunningBridge bridge("localhost", 19132);
+    auto report = joinAs(bridge, GetParam().protocol, GetParam().raknetVersion);
+    EXPECT_TRUE(report.clean()) << describe(report);
+    ASSERT_TRUE(report.transferred()) << describe(report);
+    EXPECT_EQ(*report.transferAddress, localhostNumeric());
+    if (localhostNumeric().find(':') == std::string::npos) {
+        EXPECT_EQ(*report.transferAddress, "127.0.0.1");
+    }
+    EXPECT_EQ(*report.transferPort, 19132);
+    EXPECT_TRUE(report.advert.starts_with("MCPE;Ferrylink;560;1.19.50;0;99;"));
+    EXPECT_TRUE(bridge.printer->contains("Protocol version: " + std::to_string(GetParam().protocol)));
+    EXPECT_TRUE(bridge.printer->contains("Player inizialized Console"));
+    EXPECT_TRUE(bridge.printer->contains("IP " + localhostNumeric() + ":19132"));
+}
+
+INSTANTIATE_TEST_SUITE_P(OverLoopback, ConsoleJoin,
+                         ::testing::Values(JoinCase{408, 11}, JoinCase{560, 11}, JoinCase{700, 11},
+                                           JoinCase{408, 10}, JoinCase{560, 10}, JoinCase{700, 10}),
+                         [](const auto& info) {
+                             return "Protocol" + std::to_string(info.param.protocol) + "RakNet" +
+                                    std::to_string(info.param.raknetVersion);
+                         });
+
+TEST(BridgeJoinTest, SessionLogsEachStepOfTheJoin) {
+    RunningBridge bridge("localhost", 19132);
+    auto report = joinAs(bridge, 560, 11, "Steve");
+    ASSERT_TRUE(report.transferred()) << describe(report);
+    ASSERT_TRUE(bridge.printer->waitFor("Steve disconnected due to \"client disconnect\"!"));
+    auto lines = bridge.printer->lines();
+    auto at = [&](const std::string& line) { return std::find(lines.begin(), lines.end(), line) - lines.begin(); };
+    EXPECT_LT(at("packetId: 193"), at("RequestNetworkSettingsPacket"));
+    EXPECT_LT(at("RequestNetworkSettingsPacket"), at("packetId: 1"));
+    EXPECT_LT(at("Protocol version: 560"), at("ResourcePackResponsePacket status: HAVE_ALL_PACKS"));
+    EXPECT_LT(at("ResourcePackResponsePacket status: COMPLETED"), at("Bytes: 3"));
+    EXPECT_LT(at("packetId: 113"), at("Player inizialized Steve"));
+    EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [](const std::string& line) {
+        return line.starts_with("New connection: 127.0.0.1:");
+    }));
+}
+
+TEST(BridgeJoinTest, UnresolvableTargetGetsInvalidIpAddress) {
+    RunningBridge bridge("nowhere.invalid", 19132);
+    auto report = joinAs(bridge, 560, 11);
+    EXPECT_TRUE(report.clean()) << describe(report);
+    EXPECT_FALSE(report.transferred());
+    EXPECT_EQ(report.disconnectMessage, "Invalid IP address");
+    EXPECT_TRUE(bridge.printer->waitForPrefix("Error unknown(host: \"nowhere.invalid\""));
+}
+
+TEST(BridgeJoinTest, WithoutResolvingTheNameGoesOutAsWritten) {
+    RunningBridge bridge("localhost", 19134, false, /*resolveIp=*/false);
+    auto report = joinAs(bridge, 560, 11);
+    ASSERT_TRUE(report.transferred()) << describe(report);
+    EXPECT_EQ(*report.transferAddress, "localhost");
+    EXPECT_EQ(*report.transferPort, 19134);
+}
+
+TEST(BridgeJoinTest, TwentyConsolesJoinAtOnce) {
+    RunningBridge bridge("localhost", 19132);
+    constexpr int consoles = 20;
+    std::vector<std::future<ConsoleReport>> joins;
+    for (int i = 0; i < consoles; ++i) {
+        joins.push_back(std::async(std::launch::async, [&bridge, i] {
+            return joinAs(bridge, i % 2 == 0 ? 560 : 700, 11, "Console" + std::to_string(i));
+        }));
+    }
+    for (int i = 0; i < consoles; ++i) {
+        auto report = joins[i].get();
+        EXPECT_TRUE(report.clean()) << "console " << i << describe(report);
+        EXPECT_TRUE(report.transferred()) << "console " << i;
+    }
+    for (int i = 0; i < consoles; ++i) {
+        EXPECT_TRUE(bridge.printer->contains("Player inizialized Console" + std::to_string(i)));
+    }
+}
+
+TEST(BridgeJoinTest, OneTransferClosesFifteenSecondsAfterTheFirstClientLeft) {
+    RunningBridge bridge("localhost", 19132, /*oneTransfer=*/true);
+    auto report = joinAs(bridge, 560, 11, "Alex");
+    ASSERT_TRUE(report.transferred()) << describe(report);
+    ASSERT_TRUE(bridge.printer->waitFor("Alex disconnected due to \"client disconnect\"!"));
+    EXPECT_TRUE(bridge.hop->isRunning());
+
+    // A second client leaving within the 15 seconds arms its own timer; the
+    // first one closes the server and the second finds it closed.
+    auto second = joinAs(bridge, 560, 11, "Bob");
+    ASSERT_TRUE(second.transferred()) << describe(second);
+    ASSERT_TRUE(bridge.printer->waitFor("Bob disconnected due to \"client disconnect\"!"));
+
+    foundation::Clock::advance(15000);
+    ASSERT_TRUE(bridge.closes->waitClosed());
+    EXPECT_FALSE(bridge.hop->isRunning());
+    foundation::Clock::advance(15000);
+    bridge.hop->serverQueue.async([] {});
+    EXPECT_EQ(bridge.printer->count("Server shutting down!"), 1u);
+    EXPECT_EQ(bridge.closes->count(), 1);
+}
+
+TEST(BridgeJoinTest, WithoutOneTransferALeavingClientLeavesTheServerRunning) {
+    RunningBridge bridge("localhost", 19132, /*oneTransfer=*/false);
+    auto report = joinAs(bridge, 560, 10, "Alex");
+    ASSERT_TRUE(report.transferred()) << describe(report);
+    ASSERT_TRUE(bridge.printer->waitFor("Alex disconnected due to \"client disconnect\"!"));
+    foundation::Clock::advance(15000);
+    // The timer has had its chance once a later block on the queue has run.
+    std::promise<void> drained;
+    bridge.hop->serverQueue.asyncAfter(std::chrono::milliseconds(15000), [&drained] { drained.set_value(); });
+    foundation::Clock::advance(15000);
+    drained.get_future().wait();
+    EXPECT_TRUE(bridge.hop->isRunning());
+    EXPECT_EQ(bridge.closes->count(), 0);
+}
+
+}  // namespace
+}  // namespace ferrylink::bridge
