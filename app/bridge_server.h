@@ -3,9 +3,11 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "foundation/event_loop.h"
+#include "foundation/socket_address.h"
 
 namespace ferrylink::raknet {
 class Printer;
@@ -56,6 +58,8 @@ public:
     virtual void setPrinter(std::shared_ptr<raknet::Printer> printer) = 0;
     // Binds and begins answering consoles; blocks the caller during the bind.
     virtual void start(std::shared_ptr<foundation::EventLoopGroup> group, const AdvertValues& advert) = 0;
+    // The address the bridge is bound to, once start() has bound it.
+    virtual std::optional<foundation::SocketAddress> localAddress() const = 0;
     // True until the bridge has been asked to shut down. Any thread.
     virtual bool isRunning() const = 0;
     // Returns at once; the bridge closes on its own queue and then calls its

@@ -24,6 +24,7 @@ public:
                                                          advert.gamemode, advert.serverId));
     }
 
+    std::optional<foundation::SocketAddress> localAddress() const override { return hop_->localAddress(); }
     bool isRunning() const override { return hop_->isRunning(); }
     void stop() override { hop_->stop(); }
 

@@ -33,6 +33,7 @@ public:
         group = std::move(startGroup);
         advert = startAdvert;
     }
+    std::optional<foundation::SocketAddress> localAddress() const override { return std::nullopt; }
     bool isRunning() const override { return running_.load(); }
     void stop() override {
         events_->push_back("stop");
