@@ -236,9 +236,10 @@ TEST_F(ConectionFormTest, LateCloseOfAnOldRunDropsTheNewOne) {
 }
 
 TEST_F(ConectionFormTest, StoppedBridgeIsNotStoppedTwice) {
+    *bridges_.closeOnStop = false;
     press("10.0.0.1", "19132");
     auto bridge = lastBridge();
-    onMain([&] { bridge->stop(); });  // as if it had shut down on its own
+    onMain([&] { bridge->stop(); });  // shutting down, its close step still to come
     press("10.0.0.1", "19132");
     EXPECT_EQ(bridge->stops, 1);
     EXPECT_FALSE(running());
