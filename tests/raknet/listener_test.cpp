@@ -141,7 +141,8 @@ TEST_P(ListenerRequestOneTest, ReplyEchoesTheLengthAndTheConnectionGetsTheClamp)
 }
 
 INSTANTIATE_TEST_SUITE_P(Lengths, ListenerRequestOneTest,
-                         ::testing::Values(MtuCase{1000, 972}, MtuCase{200, 548}, MtuCase{1492, 1372}));
+                         ::testing::Values(MtuCase{1000, 972}, MtuCase{200, 548}, MtuCase{1492, 1372}),
+                         [](const auto& info) { return "Of" + std::to_string(info.param.requestOneLength) + "Bytes"; });
 
 TEST(ListenerRequestTwoTest, ReplyCarriesTheMtuAfterTheHeaderAllowance) {
     LoopbackServer server;

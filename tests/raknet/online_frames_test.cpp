@@ -252,7 +252,8 @@ INSTANTIATE_TEST_SUITE_P(
         MergeCase{{5, 3, 1}, 3, {}, {1, 3, 5}, 3},
         // A range costs 7 bytes; of the range that no longer fits, only its
         // opening number has left the queue.
-        MergeCase{{1, 2, 3, 10, 11, 20, 21}, 14, {{1, 3}, {10, 11}}, {21}, 0}));
+        MergeCase{{1, 2, 3, 10, 11, 20, 21}, 14, {{1, 3}, {10, 11}}, {21}, 0}),
+    [](const auto& info) { return "Case" + std::to_string(info.index); });
 
 TEST(AcknowledgePacketTest, MergedRecordsRoundTrip) {
     std::vector<uint32_t> queue{0, 1, 2, 4, 6, 7};
