@@ -1,5 +1,8 @@
 #include "bridge/sim/simulated_console.h"
 
+#include <openssl/ec.h>
+#include <openssl/evp.h>
+#include <openssl/x509.h>
 #include <zlib.h>
 
 #include <algorithm>
@@ -162,6 +165,64 @@ std::string base64Url(std::span<const uint8_t> bytes) {
 std::string base64Url(std::string_view text) {
     return base64Url(std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(text.data()), text.size()));
 }
+
+std::string base64(std::span<const uint8_t> bytes) {
+    std::string text(4 * ((bytes.size() + 2) / 3) + 1, '\0');
+    int length = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), bytes.data(), static_cast<int>(bytes.size()));
+    text.resize(static_cast<size_t>(length));
+    return text;
+}
+
+// The console's own P-384 key, as a console that isn't signed in makes one:
+// the public half goes in the token, the private half signs it.
+class SigningKey {
+public:
+    SigningKey() : key_(EVP_EC_gen("secp384r1")) {}
+    ~SigningKey() { EVP_PKEY_free(key_); }
+    SigningKey(const SigningKey&) = delete;
+    SigningKey& operator=(const SigningKey&) = delete;
+
+    bool valid() const { return key_ != nullptr; }
+
+    // The DER of the public key, base64 as tokens carry it.
+    std::string publicKey() const {
+        int length = i2d_PUBKEY(key_, nullptr);
+        Bytes der(static_cast<size_t>(std::max(length, 0)));
+        unsigned char* out = der.data();
+        i2d_PUBKEY(key_, &out);
+        return base64(der);
+    }
+
+    // An ES384 signature in the token form: r and s, 48 bytes each.
+    Bytes sign(std::string_view text) const {
+        Bytes raw(96, 0);
+        EVP_MD_CTX* context = EVP_MD_CTX_new();
+        size_t length = 0;
+        Bytes der;
+        if (EVP_DigestSignInit(context, nullptr, EVP_sha384(), nullptr, key_) == 1 &&
+            EVP_DigestSign(context, nullptr, &length, reinterpret_cast<const unsigned char*>(text.data()), text.size()) == 1) {
+            der.resize(length);
+            if (EVP_DigestSign(context, der.data(), &length, reinterpret_cast<const unsigned char*>(text.data()),
+                               text.size()) != 1) {
+                length = 0;
+            }
+        }
+        EVP_MD_CTX_free(context);
+        const unsigned char* in = der.data();
+        if (ECDSA_SIG* signature = d2i_ECDSA_SIG(nullptr, &in, static_cast<long>(length))) {
+            const BIGNUM* r = nullptr;
+            const BIGNUM* s = nullptr;
+            ECDSA_SIG_get0(signature, &r, &s);
+            BN_bn2binpad(r, raw.data(), 48);
+            BN_bn2binpad(s, raw.data() + 48, 48);
+            ECDSA_SIG_free(signature);
+        }
+        return raw;
+    }
+
+private:
+    EVP_PKEY* key_;
+};
 
 Bytes randomBytes(size_t count) {
     static thread_local std::mt19937 generator{std::random_device{}()};
@@ -584,21 +645,23 @@ bool Join::expect(const std::string& name, uint8_t id, const Pattern& body) {
 
 Bytes Join::loginPacket() const {
     int64_t now = foundation::Clock::currentTimeMillis() / 1000;
-    std::string key = base64Url(randomBytes(120));
-    nlohmann::json header = {{"alg", "ES384"}, {"x5u", key}};
+    SigningKey key;
+    std::string publicKey = key.valid() ? key.publicKey() : base64(randomBytes(120));
+    nlohmann::json header = {{"alg", "ES384"}, {"x5u", publicKey}};
     nlohmann::json claims = {
         {"extraData",
          {{"XUID", ""}, {"identity", "2c3e0f5a-8f0e-4b1a-9a57-4e4c2d8b7c11"}, {"displayName", options_.displayName}}},
-        {"identityPublicKey", key},
+        {"identityPublicKey", publicKey},
         {"nbf", now - 60},
         {"exp", now + 86400},
     };
-    // Signed with the console's own key, which nobody checks: the console
-    // isn't signed in, so no authority stands behind it.
-    std::string token = base64Url(header.dump()) + "." + base64Url(claims.dump()) + "." + base64Url(randomBytes(96));
-    std::string chain = nlohmann::json{{"chain", {token}}}.dump();
-    std::string clientData = base64Url(header.dump()) + "." + base64Url(R"({"DeviceOS":7,"SkinId":"x"})") + "." +
-                             base64Url(randomBytes(96));
+    // Self-signed: no authority stands behind a console that isn't signed in.
+    auto signedToken = [&key](const nlohmann::json& head, const nlohmann::json& body) {
+        std::string content = base64Url(head.dump()) + "." + base64Url(body.dump());
+        return content + "." + base64Url(key.sign(content));
+    };
+    std::string chain = nlohmann::json{{"chain", {signedToken(header, claims)}}}.dump();
+    std::string clientData = signedToken(header, {{"DeviceOS", 7}, {"SkinId", "Standard_Custom"}});
 
     Bytes request;
     writeInt32(request, static_cast<int32_t>(chain.size()), false);
