@@ -4,17 +4,16 @@
 #include <netdb.h>
 #include <openssl/err.h>
 #include <openssl/ssl.h>
+#include <openssl/x509.h>
 #include <signal.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 #include <exception>
 #include <utility>
-#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -40,12 +39,6 @@ constexpr Endpoint kEndpoints[] = {
 };
 
 constexpr const char* kJsonType = "application/json";
-
-std::int64_t nowMilliseconds() {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(
-               std::chrono::system_clock::now().time_since_epoch())
-        .count();
-}
 
 void sendJson(Response& response, int status, const Json& body) {
     response.status = status;
@@ -109,6 +102,15 @@ void closeIfBodyUnread(const Request& request, Response& response) {
     }
 }
 
+// The reason of the oldest error queued by OpenSSL on this thread; the queue
+// is emptied.
+std::string openSslReason() {
+    const unsigned long code = ERR_peek_error();
+    const char* reason = code != 0 ? ERR_reason_error_string(code) : nullptr;
+    ERR_clear_error();
+    return reason != nullptr ? reason : "unknown error";
+}
+
 std::string hostForUrl(const std::string& address) {
     return address.find(':') != std::string::npos ? "[" + address + "]" : address;
 }
@@ -124,15 +126,34 @@ BackendServer::BackendServer(Store& store, const std::filesystem::path& certific
     if (sigaction(SIGPIPE, nullptr, &current) == 0 && current.sa_handler == SIG_DFL) {
         signal(SIGPIPE, SIG_IGN);
     }
-    ERR_clear_error();
-    server_ = std::make_unique<httplib::SSLServer>(certificate.c_str(), privateKey.c_str());
+    // The files are loaded here rather than by httplib so that a failure can
+    // say which file is wrong and why.
+    std::string failure;
+    server_ = std::make_unique<httplib::SSLServer>([&](SSL_CTX& context) {
+        SSL_CTX_set_options(&context, SSL_OP_NO_COMPRESSION | SSL_OP_NO_SESSION_RESUMPTION_ON_RENEGOTIATION);
+        SSL_CTX_set_min_proto_version(&context, TLS1_2_VERSION);
+        ERR_clear_error();
+        if (SSL_CTX_use_certificate_chain_file(&context, certificate.c_str()) != 1) {
+            failure = "cannot read a certificate chain from " + certificate.string() + ": " + openSslReason();
+            return false;
+        }
+        // Loading the key also checks it against the certificate.
+        if (SSL_CTX_use_PrivateKey_file(&context, privateKey.c_str(), SSL_FILETYPE_PEM) != 1) {
+            const unsigned long code = ERR_peek_error();
+            if (ERR_GET_LIB(code) == ERR_LIB_X509 && ERR_GET_REASON(code) == X509_R_KEY_VALUES_MISMATCH) {
+                ERR_clear_error();
+                failure = "the key in " + privateKey.string() + " does not belong to the certificate in " +
+                          certificate.string();
+            } else {
+                failure = "cannot read a private key from " + privateKey.string() + ": " + openSslReason();
+            }
+            return false;
+        }
+        return true;
+    });
     if (!server_->is_valid()) {
-        const unsigned long code = ERR_get_error();
-        std::string reason = code != 0 ? ERR_reason_error_string(code) : "unusable file";
-        throw ServerError("cannot use certificate " + certificate.string() + " with key " +
-                          privateKey.string() + ": " + reason);
+        throw ServerError(failure.empty() ? "cannot set up TLS" : failure);
     }
-    SSL_CTX_set_min_proto_version(server_->ssl_context(), TLS1_2_VERSION);
     server_->set_payload_max_length(kMaxBodyBytes);
     // httplib's default shares the port with any other listener on it
     // (SO_REUSEPORT); a second backend started by mistake must fail instead.
@@ -210,7 +231,7 @@ void BackendServer::installRoutes() {
             }
             *field = member->get<std::string>();
         }
-        entry.receivedAtMs = nowMilliseconds();
+        entry.receivedAtMs = currentTimeMilliseconds();
         entry.remoteAddress = request.remote_addr;
         entry.contentType = contentType;
         entry.accept = request.get_header_value("Accept");
@@ -248,8 +269,8 @@ void BackendServer::installRoutes() {
         sendArray(response, std::move(messages));
     });
 
-    // Failures answered by httplib itself (a malformed request line, a body
-    // over the limit, a method it doesn't route) get the same JSON body.
+    // Failures answered by httplib itself (a request it can't parse, a body
+    // over the limit) get the same JSON body as ours.
     server_->set_error_handler([](const Request& request, Response& response) {
         if (response.body.empty()) {
             response.set_content(dumpJson({{"error", defaultErrorText(request, response.status)}}), kJsonType);
@@ -342,8 +363,9 @@ void BackendServer::stop() {
 
 BackendServerThread::BackendServerThread(Store& store, const std::filesystem::path& certificate,
                                          const std::filesystem::path& privateKey, const std::string& address,
-                                         int port)
+                                         int port, LogSink logSink)
     : server_(store, certificate, privateKey), address_(address) {
+    server_.setLogSink(std::move(logSink));
     port_ = server_.bind(address, port);
     thread_ = std::thread([this] { server_.run(); });
 }

@@ -84,7 +84,7 @@ class BackendServerThread {
 public:
     BackendServerThread(Store& store, const std::filesystem::path& certificate,
                         const std::filesystem::path& privateKey, const std::string& address = "127.0.0.1",
-                        int port = 0);
+                        int port = 0, LogSink logSink = nullptr);
     ~BackendServerThread();
     BackendServerThread(const BackendServerThread&) = delete;
     BackendServerThread& operator=(const BackendServerThread&) = delete;

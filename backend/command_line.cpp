@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <chrono>
 #include <cstdint>
 #include <exception>
 #include <optional>
@@ -32,12 +31,6 @@ class NotFound : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
-
-std::int64_t nowMilliseconds() {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(
-               std::chrono::system_clock::now().time_since_epoch())
-        .count();
-}
 
 bool hasSpace(const std::string& text) {
     return std::any_of(text.begin(), text.end(), [](char c) { return std::isspace(static_cast<unsigned char>(c)); });
@@ -69,10 +62,10 @@ const CLI::Validator kHost(
     "HOST");
 
 const CLI::Validator kNotEmpty(
-    [](std::string& value) -> std::string { return value.empty() ? "must not be empty" : std::string(); }, "TEXT");
+    [](std::string& value) -> std::string { return value.empty() ? "must not be empty" : std::string(); }, "");
 
-// Human listings are one record a line, fields separated by tabs; a line
-// break inside a field would split the record, so it is shown escaped.
+// A line break or tab inside a field of a human listing would split its
+// record, so they are shown escaped.
 std::string oneLine(const std::string& text) {
     std::string line;
     for (char c : text) {
@@ -89,15 +82,6 @@ std::string oneLine(const std::string& text) {
     return line;
 }
 
-template <typename Record>
-void printJsonListing(std::ostream& out, const std::vector<Record>& records) {
-    Json array = Json::array();
-    for (const Record& record : records) {
-        array.push_back(listingJson(record));
-    }
-    out << dumpJson(array, 2) << '\n';
-}
-
 // "ferrylink-backend partner add": the words of the command that failed.
 std::string commandPath(const CLI::App& app) {
     std::string path = kProgram;
@@ -112,222 +96,225 @@ std::string commandPath(const CLI::App& app) {
     }
 }
 
-void addPartnerOptions(CLI::App* command, PartneredServer& server, bool required) {
-    auto* ip = command->add_option("--ip", server.ip, "Host name or address that the app puts in its form")
-                   ->check(kHost);
-    auto* title = command->add_option("--title", server.title, "First line of the row")->check(kNotEmpty);
-    if (required) {
-        ip->required();
-        title->required();
-    }
-    command->add_option("--port", server.port, "Port that the app puts in its form")
-        ->check(kPortText)
-        ->capture_default_str();
-    command->add_option("--subtitle", server.subtitle, "Second line of the row; section-sign codes style it");
-    command->add_option("--players", server.players, "Text left of the \"/\"")->capture_default_str();
-    command->add_option("--max-players", server.maxPlayers, "Text right of the \"/\"")->capture_default_str();
-    command->add_option("--status", server.status, "Online flag carried to the app (on|off)")
-        ->capture_default_str();
-}
-
 template <typename Value>
 std::optional<Value> given(const CLI::App* command, const std::string& option, const Value& value) {
     return command->count(option) > 0 ? std::optional<Value>(value) : std::nullopt;
 }
 
-void printPartner(std::ostream& out, const PartneredServer& server) {
-    out << server.id << '\t' << (server.status ? "on" : "off") << '\t' << server.ip << ':' << server.port << '\t'
-        << server.players << '/' << server.maxPlayers << '\t' << oneLine(server.title) << '\t'
-        << oneLine(server.subtitle) << '\n';
+std::string joined(const std::vector<std::string>& words) {
+    std::string text;
+    for (const auto& word : words) {
+        text += (text.empty() ? "" : ", ") + word;
+    }
+    return text;
 }
 
-}  // namespace
+// The command's grammar, the values it parses into, and what each leaf
+// command does with the store.
+class CommandLine {
+public:
+    CommandLine() : app_(kDescription, kProgram) {
+        app_.require_subcommand(1);
+        defineServe();
+        definePartner();
+        defineBlock();
+        defineMessage();
+        defineLog();
+    }
 
-int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
-    CLI::App app("The HTTPS backend of the Ferrylink app: serves the partnered servers, the blocklist and "
-                 "messages, and keeps a note of every run the app reports.",
-                 kProgram);
-    app.require_subcommand(1);
+    int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
+        try {
+            app_.parse(argc, argv);
+        } catch (const CLI::ParseError& error) {
+            if (error.get_exit_code() == 0) {
+                return app_.exit(error, out, err);  // --help
+            }
+            err << commandPath(app_) << ": " << error.what() << " (see --help)\n";
+            return kExitBadArguments;
+        }
 
-    std::string database = kDefaultDatabase;
-    const auto addDatabaseOption = [&database](CLI::App* command) {
-        command->add_option("--db", database, "SQLite database file, created when missing")
+        if (*serve_) {
+            serveOptions_.certificate = certificate_;
+            serveOptions_.privateKey = privateKey_;
+            serveOptions_.database = database_;
+            return serve(serveOptions_, out, err);
+        }
+
+        try {
+            // Checked before the store is opened, so a mistyped command
+            // leaves no database file behind.
+            const PartnerChanges changes = partnerChanges();
+            Store store(database_);
+            runOnStore(store, changes, out, err);
+            return kExitSuccess;
+        } catch (const BadArguments& error) {
+            err << commandPath(app_) << ": " << error.what() << " (see --help)\n";
+            return kExitBadArguments;
+        } catch (const std::exception& error) {
+            err << commandPath(app_) << ": " << error.what() << '\n';
+            return kExitFailure;
+        }
+    }
+
+private:
+    static constexpr const char* kDescription =
+        "The HTTPS backend of the Ferrylink app: serves the partnered servers, the blocklist and messages, "
+        "and keeps a note of every run the app reports.";
+
+    CLI::App* leaf(CLI::App* group, const std::string& name, const std::string& description) {
+        CLI::App* command = group->add_subcommand(name, description);
+        command->add_option("--db", database_, "SQLite database file, created when missing")
             ->envname("FERRYLINK_BACKEND_DB")
             ->capture_default_str();
-    };
-    bool json = false;
-    const auto addJsonFlag = [&json](CLI::App* command) {
-        command->add_flag("--json", json, "Print the records as a JSON array");
-    };
+        return command;
+    }
 
-    // serve
-    std::string certificate;
-    std::string privateKey;
-    ServeOptions serveOptions;
-    auto* serve = app.add_subcommand("serve", "Serve the app's endpoints over HTTPS until SIGINT or SIGTERM");
-    serve->add_option("--cert", certificate, "PEM certificate chain of the server")
-        ->required()
-        ->check(CLI::ExistingFile);
-    serve->add_option("--key", privateKey, "PEM private key of the certificate")
-        ->required()
-        ->check(CLI::ExistingFile);
-    serve->add_option("--listen", serveOptions.listenAddress, "Address to listen on")->capture_default_str();
-    serve->add_option("--port", serveOptions.port, "TCP port; 0 lets the system choose")
-        ->check(CLI::Range(0, 65535))
-        ->capture_default_str();
-    addDatabaseOption(serve);
+    CLI::App* listing(CLI::App* group, const std::string& description) {
+        CLI::App* command = leaf(group, "list", description);
+        command->add_flag("--json", json_, "Print the records as a JSON array");
+        return command;
+    }
 
-    // partner
-    auto* partner = app.add_subcommand("partner", "Edit the partnered servers that /getStatus serves");
-    partner->require_subcommand(1);
-    PartneredServer newPartner;
-    auto* partnerAdd = partner->add_subcommand("add", "Add a partnered server at the end of the list");
-    addPartnerOptions(partnerAdd, newPartner, true);
-    addDatabaseOption(partnerAdd);
+    CLI::App* group(const std::string& name, const std::string& description) {
+        CLI::App* command = app_.add_subcommand(name, description);
+        command->require_subcommand(1);
+        return command;
+    }
 
-    PartneredServer changedPartner;
-    std::int64_t partnerId = 0;
-    auto* partnerUpdate = partner->add_subcommand("update", "Change fields of a partnered server");
-    partnerUpdate->add_option("id", partnerId, "Id shown by 'partner list'")->required();
-    addPartnerOptions(partnerUpdate, changedPartner, false);
-    addDatabaseOption(partnerUpdate);
+    void defineServe() {
+        serve_ = leaf(&app_, "serve", "Serve the app's endpoints over HTTPS until SIGINT or SIGTERM");
+        serve_->add_option("--cert", certificate_, "PEM certificate chain of the server")
+            ->required()
+            ->check(CLI::ExistingFile);
+        serve_->add_option("--key", privateKey_, "PEM private key of the certificate")
+            ->required()
+            ->check(CLI::ExistingFile);
+        serve_->add_option("--listen", serveOptions_.listenAddress, "Address to listen on")->capture_default_str();
+        serve_->add_option("--port", serveOptions_.port, "TCP port; 0 lets the system choose")
+            ->check(CLI::Range(0, 65535))
+            ->capture_default_str();
+    }
 
-    auto* partnerList = partner->add_subcommand("list", "List the partnered servers in the order served");
-    addJsonFlag(partnerList);
-    addDatabaseOption(partnerList);
-
-    auto* partnerRemove = partner->add_subcommand("remove", "Remove a partnered server");
-    partnerRemove->add_option("id", partnerId, "Id shown by 'partner list'")->required();
-    addDatabaseOption(partnerRemove);
-
-    // block
-    auto* block = app.add_subcommand("block", "Edit the blocklist that /blacklist/all serves");
-    block->require_subcommand(1);
-    std::vector<std::string> hosts;
-    auto* blockAdd = block->add_subcommand("add", "Block hosts; the app compares its lower-cased host exactly");
-    blockAdd->add_option("host", hosts, "Host names or addresses")->required()->check(kHost);
-    addDatabaseOption(blockAdd);
-
-    auto* blockList = block->add_subcommand("list", "List the blocked hosts");
-    addJsonFlag(blockList);
-    addDatabaseOption(blockList);
-
-    auto* blockRemove = block->add_subcommand("remove", "Unblock hosts");
-    blockRemove->add_option("host", hosts, "Host names or addresses as listed")->required();
-    addDatabaseOption(blockRemove);
-
-    // message
-    auto* message = app.add_subcommand("message", "Edit the messages that /message/by-version serves");
-    message->require_subcommand(1);
-    std::string version;
-    std::string text;
-    std::int64_t messageId = 0;
-    auto* messageAdd = message->add_subcommand("add", "Add a message for one app version");
-    messageAdd->add_option("--version", version, "App version that gets the message, e.g. 1.19.50")
-        ->required()
-        ->check(kNotEmpty);
-    messageAdd->add_option("text", text, "The message; the app shows it as an alert")->required()->check(kNotEmpty);
-    addDatabaseOption(messageAdd);
-
-    auto* messageList = message->add_subcommand("list", "List messages, newest (served first) first");
-    messageList->add_option("--version", version, "Only those for this app version");
-    addJsonFlag(messageList);
-    addDatabaseOption(messageList);
-
-    auto* messageRemove = message->add_subcommand("remove", "Remove a message");
-    messageRemove->add_option("id", messageId, "Id shown by 'message list'")->required();
-    addDatabaseOption(messageRemove);
-
-    // log
-    auto* log = app.add_subcommand("log", "Read the runs that the app reported on /postLog");
-    log->require_subcommand(1);
-    std::size_t limit = 0;
-    auto* logList = log->add_subcommand("list", "List reported runs, oldest first");
-    logList->add_option("--limit", limit, "Only the newest N")->check(CLI::PositiveNumber);
-    addJsonFlag(logList);
-    addDatabaseOption(logList);
-
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0) {
-            return app.exit(error, out, err);
+    // For `add` (isNew) the host and title are required and the others show
+    // their defaults; for `update` every field is optional and has none.
+    static void addPartnerFields(CLI::App* command, PartneredServer& server, bool isNew) {
+        auto* ip = command->add_option("--ip", server.ip, "Host name or address that the app puts in its form")
+                       ->check(kHost);
+        auto* title = command->add_option("--title", server.title, "First line of the row")->check(kNotEmpty);
+        auto* port = command->add_option("--port", server.port, "Port that the app puts in its form")
+                         ->check(kPortText);
+        command->add_option("--subtitle", server.subtitle, "Second line of the row; section-sign codes style it");
+        auto* players = command->add_option("--players", server.players, "Text left of the \"/\"");
+        auto* maxPlayers = command->add_option("--max-players", server.maxPlayers, "Text right of the \"/\"");
+        auto* status = command->add_option("--status", server.status, "Online flag carried to the app")
+                           ->type_name("on|off");
+        if (isNew) {
+            ip->required();
+            title->required();
+            port->capture_default_str();
+            players->capture_default_str();
+            maxPlayers->capture_default_str();
+            status->default_str(server.status ? "on" : "off");
         }
-        err << commandPath(app) << ": " << error.what() << " (see --help)\n";
-        return kExitBadArguments;
     }
 
-    if (*serve) {
-        serveOptions.certificate = certificate;
-        serveOptions.privateKey = privateKey;
-        serveOptions.database = database;
-        return backend::serve(serveOptions, out, err);
+    void definePartner() {
+        CLI::App* partner = group("partner", "Edit the partnered servers that /getStatus serves");
+        partnerAdd_ = leaf(partner, "add", "Add a partnered server at the end of the list");
+        addPartnerFields(partnerAdd_, newPartner_, true);
+        partnerUpdate_ = leaf(partner, "update", "Change fields of a partnered server");
+        partnerUpdate_->add_option("id", id_, "Id shown by 'partner list'")->required();
+        addPartnerFields(partnerUpdate_, changedPartner_, false);
+        partnerList_ = listing(partner, "List the partnered servers in the order served");
+        partnerRemove_ = leaf(partner, "remove", "Remove a partnered server");
+        partnerRemove_->add_option("id", id_, "Id shown by 'partner list'")->required();
     }
 
-    try {
-        // Checked before the store is opened, so a mistyped command leaves
-        // no database file behind.
+    void defineBlock() {
+        CLI::App* block = group("block", "Edit the blocklist that /blacklist/all serves");
+        blockAdd_ = leaf(block, "add", "Block hosts; the app compares its lower-cased host exactly");
+        blockAdd_->add_option("host", hosts_, "Host names or addresses")->required()->check(kHost);
+        blockList_ = listing(block, "List the blocked hosts");
+        blockRemove_ = leaf(block, "remove", "Unblock hosts");
+        blockRemove_->add_option("host", hosts_, "Host names or addresses as listed")->required();
+    }
+
+    void defineMessage() {
+        CLI::App* message = group("message", "Edit the messages that /message/by-version serves");
+        messageAdd_ = leaf(message, "add", "Add a message for one app version");
+        messageAdd_->add_option("--version", version_, "App version that gets the message, e.g. 1.19.50")
+            ->required()
+            ->check(kNotEmpty);
+        messageAdd_->add_option("text", text_, "The message; the app shows it as an alert")
+            ->required()
+            ->check(kNotEmpty);
+        messageList_ = listing(message, "List messages, newest (the one the app shows) first");
+        messageList_->add_option("--version", version_, "Only those for this app version");
+        messageRemove_ = leaf(message, "remove", "Remove a message");
+        messageRemove_->add_option("id", id_, "Id shown by 'message list'")->required();
+    }
+
+    void defineLog() {
+        CLI::App* log = group("log", "Read the runs that the app reported on /postLog");
+        logList_ = listing(log, "List reported runs, oldest first");
+        logList_->add_option("--limit", limit_, "Only the newest N")->check(CLI::PositiveNumber);
+    }
+
+    PartnerChanges partnerChanges() const {
         PartnerChanges changes;
-        if (*partnerUpdate) {
-            changes.status = given(partnerUpdate, "--status", changedPartner.status);
-            changes.ip = given(partnerUpdate, "--ip", changedPartner.ip);
-            changes.port = given(partnerUpdate, "--port", changedPartner.port);
-            changes.title = given(partnerUpdate, "--title", changedPartner.title);
-            changes.subtitle = given(partnerUpdate, "--subtitle", changedPartner.subtitle);
-            changes.players = given(partnerUpdate, "--players", changedPartner.players);
-            changes.maxPlayers = given(partnerUpdate, "--max-players", changedPartner.maxPlayers);
-            if (!changes.status && !changes.ip && !changes.port && !changes.title && !changes.subtitle &&
-                !changes.players && !changes.maxPlayers) {
-                throw BadArguments("nothing to change: give at least one of --ip --port --title --subtitle "
-                                   "--players --max-players --status");
-            }
+        if (!*partnerUpdate_) {
+            return changes;
         }
+        changes.status = given(partnerUpdate_, "--status", changedPartner_.status);
+        changes.ip = given(partnerUpdate_, "--ip", changedPartner_.ip);
+        changes.port = given(partnerUpdate_, "--port", changedPartner_.port);
+        changes.title = given(partnerUpdate_, "--title", changedPartner_.title);
+        changes.subtitle = given(partnerUpdate_, "--subtitle", changedPartner_.subtitle);
+        changes.players = given(partnerUpdate_, "--players", changedPartner_.players);
+        changes.maxPlayers = given(partnerUpdate_, "--max-players", changedPartner_.maxPlayers);
+        if (!changes.status && !changes.ip && !changes.port && !changes.title && !changes.subtitle &&
+            !changes.players && !changes.maxPlayers) {
+            throw BadArguments("nothing to change: give at least one of --ip --port --title --subtitle "
+                               "--players --max-players --status");
+        }
+        return changes;
+    }
 
-        Store store(database);
-
-        if (*partnerAdd) {
-            const PartneredServer added = store.addPartner(newPartner);
-            out << "added partnered server " << added.id << '\n';
-        } else if (*partnerUpdate) {
-            if (!store.updatePartner(partnerId, changes)) {
-                throw NotFound("no partnered server with id " + std::to_string(partnerId));
+    void runOnStore(Store& store, const PartnerChanges& changes, std::ostream& out, std::ostream& err) const {
+        if (*partnerAdd_) {
+            out << "added partnered server " << store.addPartner(newPartner_).id << '\n';
+        } else if (*partnerUpdate_) {
+            if (!store.updatePartner(id_, changes)) {
+                throw NotFound("no partnered server with id " + std::to_string(id_));
             }
-            out << "updated partnered server " << partnerId << '\n';
-        } else if (*partnerList) {
-            const auto servers = store.partners();
-            if (json) {
-                printJsonListing(out, servers);
-            } else {
-                for (const auto& server : servers) {
-                    printPartner(out, server);
-                }
+            out << "updated partnered server " << id_ << '\n';
+        } else if (*partnerList_) {
+            list(out, store.partners(), [&out](const PartneredServer& server) {
+                out << server.id << '\t' << (server.status ? "on" : "off") << '\t' << server.ip << ':'
+                    << server.port << '\t' << server.players << '/' << server.maxPlayers << '\t'
+                    << oneLine(server.title) << '\t' << oneLine(server.subtitle) << '\n';
+            });
+        } else if (*partnerRemove_) {
+            if (!store.removePartner(id_)) {
+                throw NotFound("no partnered server with id " + std::to_string(id_));
             }
-        } else if (*partnerRemove) {
-            if (!store.removePartner(partnerId)) {
-                throw NotFound("no partnered server with id " + std::to_string(partnerId));
-            }
-            out << "removed partnered server " << partnerId << '\n';
-        } else if (*blockAdd) {
-            for (const std::string& host : hosts) {
+            out << "removed partnered server " << id_ << '\n';
+        } else if (*blockAdd_) {
+            for (const std::string& host : hosts_) {
                 if (hasUpper(host)) {
-                    err << commandPath(app) << ": warning: the app compares lower-case hosts, so '" << host
+                    err << commandPath(app_) << ": warning: the app compares lower-case hosts, so '" << host
                         << "' never matches\n";
                 }
-                out << (store.addBlocked(host, nowMilliseconds()) ? "blocked " : "already blocked ") << host
-                    << '\n';
+                const bool added = store.addBlocked(host, currentTimeMilliseconds()).has_value();
+                out << (added ? "blocked " : "already blocked ") << host << '\n';
             }
-        } else if (*blockList) {
-            const auto servers = store.blocked();
-            if (json) {
-                printJsonListing(out, servers);
-            } else {
-                for (const auto& server : servers) {
-                    out << server.ip << '\t' << formatUtcTimestamp(server.addedAtMs) << '\n';
-                }
-            }
-        } else if (*blockRemove) {
+        } else if (*blockList_) {
+            list(out, store.blocked(), [&out](const BlacklistServer& server) {
+                out << server.ip << '\t' << formatUtcTimestamp(server.addedAtMs) << '\n';
+            });
+        } else if (*blockRemove_) {
             std::vector<std::string> missing;
-            for (const std::string& host : hosts) {
+            for (const std::string& host : hosts_) {
                 if (store.removeBlocked(host)) {
                     out << "unblocked " << host << '\n';
                 } else {
@@ -335,49 +322,77 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
                 }
             }
             if (!missing.empty()) {
-                std::string names;
-                for (const auto& host : missing) {
-                    names += (names.empty() ? "" : ", ") + host;
-                }
-                throw NotFound("not blocked: " + names);
+                throw NotFound("not blocked: " + joined(missing));
             }
-        } else if (*messageAdd) {
-            const Message added = store.addMessage(version, text);
+        } else if (*messageAdd_) {
+            const Message added = store.addMessage(version_, text_);
             out << "added message " << added.id << " for version " << added.version << '\n';
-        } else if (*messageList) {
-            const auto messages = store.messages(given(messageList, "--version", version));
-            if (json) {
-                printJsonListing(out, messages);
-            } else {
-                for (const auto& entry : messages) {
-                    out << entry.id << '\t' << entry.version << '\t' << oneLine(entry.message) << '\n';
-                }
+        } else if (*messageList_) {
+            list(out, store.messages(given(messageList_, "--version", version_)), [&out](const Message& message) {
+                out << message.id << '\t' << message.version << '\t' << oneLine(message.message) << '\n';
+            });
+        } else if (*messageRemove_) {
+            if (!store.removeMessage(id_)) {
+                throw NotFound("no message with id " + std::to_string(id_));
             }
-        } else if (*messageRemove) {
-            if (!store.removeMessage(messageId)) {
-                throw NotFound("no message with id " + std::to_string(messageId));
-            }
-            out << "removed message " << messageId << '\n';
-        } else if (*logList) {
-            const auto entries = store.logEntries(limit > 0 ? std::optional<std::size_t>(limit) : std::nullopt);
-            if (json) {
-                printJsonListing(out, entries);
-            } else {
-                for (const auto& entry : entries) {
-                    out << formatUtcTimestamp(entry.receivedAtMs) << '\t' << entry.remoteAddress << '\t'
-                        << oneLine(entry.serverIp) << ':' << oneLine(entry.serverPort) << '\t'
-                        << oneLine(entry.clientIp) << '\n';
-                }
-            }
+            out << "removed message " << id_ << '\n';
+        } else if (*logList_) {
+            const auto newest = limit_ > 0 ? std::optional<std::size_t>(limit_) : std::nullopt;
+            list(out, store.logEntries(newest), [&out](const LogEntry& entry) {
+                out << formatUtcTimestamp(entry.receivedAtMs) << '\t' << entry.remoteAddress << '\t'
+                    << oneLine(entry.serverIp) << ':' << oneLine(entry.serverPort) << '\t'
+                    << oneLine(entry.clientIp) << '\n';
+            });
         }
-        return kExitSuccess;
-    } catch (const BadArguments& error) {
-        err << commandPath(app) << ": " << error.what() << " (see --help)\n";
-        return kExitBadArguments;
-    } catch (const std::exception& error) {
-        err << commandPath(app) << ": " << error.what() << '\n';
-        return kExitFailure;
     }
+
+    // Human listings are one record a line, fields separated by tabs.
+    template <typename Record, typename PrintLine>
+    void list(std::ostream& out, const std::vector<Record>& records, PrintLine printLine) const {
+        if (!json_) {
+            std::for_each(records.begin(), records.end(), printLine);
+            return;
+        }
+        Json array = Json::array();
+        for (const Record& record : records) {
+            array.push_back(listingJson(record));
+        }
+        out << dumpJson(array, 2) << '\n';
+    }
+
+    CLI::App app_;
+
+    std::string database_ = kDefaultDatabase;
+    bool json_ = false;
+    std::string certificate_;
+    std::string privateKey_;
+    ServeOptions serveOptions_;
+    PartneredServer newPartner_;
+    PartneredServer changedPartner_;
+    std::int64_t id_ = 0;
+    std::vector<std::string> hosts_;
+    std::string version_;
+    std::string text_;
+    std::size_t limit_ = 0;
+
+    CLI::App* serve_ = nullptr;
+    CLI::App* partnerAdd_ = nullptr;
+    CLI::App* partnerUpdate_ = nullptr;
+    CLI::App* partnerList_ = nullptr;
+    CLI::App* partnerRemove_ = nullptr;
+    CLI::App* blockAdd_ = nullptr;
+    CLI::App* blockList_ = nullptr;
+    CLI::App* blockRemove_ = nullptr;
+    CLI::App* messageAdd_ = nullptr;
+    CLI::App* messageList_ = nullptr;
+    CLI::App* messageRemove_ = nullptr;
+    CLI::App* logList_ = nullptr;
+};
+
+}  // namespace
+
+int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
+    return CommandLine().run(argc, argv, out, err);
 }
 
 }  // namespace ferrylink::backend

@@ -1,6 +1,7 @@
 #include "backend/records.h"
 
 #include <array>
+#include <chrono>
 #include <cstdio>
 #include <ctime>
 
@@ -61,6 +62,12 @@ Json listingJson(const LogEntry& entry) {
         {"clientIp", entry.clientIp},
         {"body", entry.body},
     };
+}
+
+std::int64_t currentTimeMilliseconds() {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+               std::chrono::system_clock::now().time_since_epoch())
+        .count();
 }
 
 std::string formatUtcTimestamp(std::int64_t millisecondsSinceEpoch) {

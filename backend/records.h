@@ -76,6 +76,9 @@ Json listingJson(const BlacklistServer& server);
 Json listingJson(const Message& message);
 Json listingJson(const LogEntry& entry);
 
+// Milliseconds since the Unix epoch by the system clock.
+std::int64_t currentTimeMilliseconds();
+
 // Milliseconds since the epoch as "2024-05-01T12:00:00.123Z".
 std::string formatUtcTimestamp(std::int64_t millisecondsSinceEpoch);
 

@@ -3,7 +3,6 @@
 #include <pthread.h>
 #include <signal.h>
 
-#include <chrono>
 #include <cstdint>
 #include <exception>
 #include <mutex>
@@ -18,12 +17,6 @@ namespace ferrylink::backend {
 namespace {
 
 constexpr std::string_view kProgram = "ferrylink-backend";
-
-std::int64_t nowMilliseconds() {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(
-               std::chrono::system_clock::now().time_since_epoch())
-        .count();
-}
 
 // Blocks SIGINT and SIGTERM for as long as it lives, so that only the waiter
 // thread of serve() sees them, through sigwait.
@@ -63,7 +56,7 @@ int serve(const ServeOptions& options, std::ostream& out, std::ostream& err) {
         Store store(options.database);
         BackendServer server(store, options.certificate, options.privateKey);
         server.setLogSink([&](std::string_view line) {
-            std::string stamped = formatUtcTimestamp(nowMilliseconds()) + " " + std::string(line);
+            std::string stamped = formatUtcTimestamp(currentTimeMilliseconds()) + " " + std::string(line);
             writeLine(line.starts_with("error:") ? err : out, stamped);
         });
         const int port = server.bind(options.listenAddress, options.port);

@@ -5,11 +5,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <openssl/ssl.h>
+#include <sqlite3.h>
+#include <stdlib.h>
 
 #include <cctype>
 #include <chrono>
 #include <ostream>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -337,6 +340,42 @@ TEST_F(EndpointsTest, ClientThatDoesNotTrustTheAuthorityIsRefused) {
     expectStillServing();
 }
 
+TEST(BackendServerTest, DatabaseFailureIsA500ThatLeavesTheOtherListsServed) {
+    std::string pattern = (std::filesystem::temp_directory_path() / "ferrylink-endpoints-XXXXXX").string();
+    const std::filesystem::path directory = mkdtemp(pattern.data());
+    const auto path = directory / "backend.db";
+    Store store(path);
+    store.addBlocked("still.served", 1);
+    std::mutex logMutex;
+    std::vector<std::string> log;
+    const auto& certificate = TestCertificate::shared();
+    BackendServerThread server(store, certificate.serverCertificate(), certificate.serverKey(), "127.0.0.1", 0,
+                               [&](std::string_view line) {
+                                   std::lock_guard lock(logMutex);
+                                   log.emplace_back(line);
+                               });
+    const HttpsClient client(server.baseUrl(), certificate.caCertificate());
+    // Another process spoils the file under the running server.
+    sqlite3* other = nullptr;
+    ASSERT_EQ(sqlite3_open(path.c_str(), &other), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(other, "DROP TABLE partners", nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(other);
+
+    const HttpsResponse failed = client.get("/getStatus");
+    const HttpsResponse served = client.get("/blacklist/all");
+
+    EXPECT_EQ(failed.status, 500);
+    EXPECT_EQ(json::parse(failed.body), json::parse(R"({"error": "internal server error"})"));
+    EXPECT_EQ(served.status, 200);
+    EXPECT_EQ(served.body, R"([{"ip":"still.served"}])");
+    {
+        std::lock_guard lock(logMutex);
+        EXPECT_THAT(log, ::testing::Contains(::testing::AllOf(HasSubstr("error: GET /getStatus failed"),
+                                                              HasSubstr("no such table: partners"))));
+    }
+    std::filesystem::remove_all(directory);
+}
+
 TEST(BackendServerTest, StopBeforeRunMakesRunReturnAtOnce) {
     Store store(":memory:");
     const auto& certificate = TestCertificate::shared();
@@ -347,11 +386,30 @@ TEST(BackendServerTest, StopBeforeRunMakesRunReturnAtOnce) {
     server.run();
 }
 
-TEST(BackendServerTest, UnusableKeyIsReportedAtConstruction) {
+TEST(BackendServerTest, UnusableTlsFilesAreNamedAtConstruction) {
     Store store(":memory:");
     const auto& certificate = TestCertificate::shared();
+    const TestCertificate stranger;
+    struct Case {
+        std::filesystem::path certificate;
+        std::filesystem::path key;
+        std::string mentions;
+    };
+    const Case cases[] = {
+        {certificate.serverKey(), certificate.serverKey(), "certificate chain from " + certificate.serverKey().string()},
+        {certificate.serverCertificate(), certificate.caCertificate(),
+         "private key from " + certificate.caCertificate().string()},
+        {certificate.serverCertificate(), stranger.serverKey(), "does not belong"},
+    };
 
-    EXPECT_THROW(BackendServer(store, certificate.serverCertificate(), certificate.caCertificate()), ServerError);
+    for (const Case& files : cases) {
+        try {
+            BackendServer server(store, files.certificate, files.key);
+            ADD_FAILURE() << "accepted " << files.certificate << " with " << files.key;
+        } catch (const ServerError& error) {
+            EXPECT_THAT(error.what(), HasSubstr(files.mentions));
+        }
+    }
 }
 
 TEST(BackendServerTest, PortInUseIsReportedByBind) {
