@@ -84,9 +84,6 @@ Observable<std::vector<ServerRow>>& AppCore::favourites() { return persistentSto
 
 std::shared_ptr<ConectionForm> AppCore::makeConectionForm(std::shared_ptr<FormServerInfo> info) {
     assertMainThread();
-    if (!bridgeFactory_) {
-        foundation::fatalFault("this build has no bridge to run");
-    }
     auto session = session_;
     auto defaults = defaults_;
     return ConectionForm::make(ConectionForm::Environment{

@@ -143,6 +143,9 @@ void ConectionForm::startServer(const std::string& ip, const std::string& port, 
         transferPort = *value;
     }
 
+    if (!environment_.bridgeFactory) {
+        foundation::fatalFault("this build has no bridge to run");
+    }
     auto& model = environment_.runningServer->server;
     model.set(environment_.bridgeFactory(BridgeArguments{
         .transferHost = ip,
