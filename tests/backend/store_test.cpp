@@ -15,7 +15,6 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::Field;
-using ::testing::IsEmpty;
 
 class TemporaryDirectory {
 public:
@@ -128,15 +127,6 @@ TEST(StoreTest, UnopenablePathIsAStoreError) {
     TemporaryDirectory directory;
 
     EXPECT_THROW(Store(directory.path() / "missing" / "backend.db"), StoreError);
-}
-
-TEST(StoreTest, EmptyStoreHasEmptyLists) {
-    Store store(":memory:");
-
-    EXPECT_THAT(store.partners(), IsEmpty());
-    EXPECT_THAT(store.blocked(), IsEmpty());
-    EXPECT_THAT(store.messages(), IsEmpty());
-    EXPECT_THAT(store.logEntries(), IsEmpty());
 }
 
 }  // namespace
