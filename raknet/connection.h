@@ -72,8 +72,9 @@ public:
     // Changes neither `state` nor the Listener's table.
     void close();
 
-    // Lets go of the Listener once it has closed, so neither keeps the other
-    // alive. Loop thread.
+    // Lets go of the Listener once this connection has left its table or the
+    // Listener has closed, so neither keeps the other alive. Afterwards
+    // nothing is sent any more. Loop thread.
     void detachFromListener();
 
     // What the system documents as the connection's fields. Loop thread only,

@@ -160,6 +160,7 @@ void Listener::removeConnection(const std::shared_ptr<Connection>& connection, c
         if (found != connections.end()) {
             connection->close();
             connections.erase(found);
+            connection->detachFromListener();
         }
     } else if (channel) {
         channel->eventLoop()->execute([self = shared_from_this(), connection, address] {
@@ -170,6 +171,9 @@ void Listener::removeConnection(const std::shared_ptr<Connection>& connection, c
             self->printer->print("Removed: " + address.description());
             connection->close();
             self->connections.erase(found);
+            // Out of the table it gets no more datagrams or ticks; whoever
+            // still holds it mustn't keep this Listener alive through it.
+            connection->detachFromListener();
         });
     }
     // At once and on every call, ahead of the queued removal.

@@ -33,8 +33,9 @@ inline constexpr int32_t INCOMPATIBLE_REPLY_VERSION = 11;
 // Threads: the constructor, bind() and close() run on the owner's thread;
 // everything else runs on the event loop's one thread.
 //
-// Ownership: each Connection holds its Listener. The table is emptied, and
-// each connection let go of its Listener, once close() has shut the channel.
+// Ownership: each Connection holds its Listener while it is in the table. A
+// removed connection lets go of it, and close() empties the table and lets
+// every connection go of it, so that no cycle outlives the channel.
 class Listener : public std::enable_shared_from_this<Listener> {
 public:
     using StandardOutput = StandardOutputPrinter;

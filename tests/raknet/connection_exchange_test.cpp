@@ -281,13 +281,16 @@ TEST_F(ConnectionExchangeTest, SilenceEndsTheConnectionWithTimeout) {
 }
 
 TEST_F(ConnectionExchangeTest, DisconnectNotificationRemovesTheConnection) {
-    ASSERT_TRUE(connected());
+    auto connection = connected();
+    ASSERT_TRUE(connection);
     peer.sendDisconnect();
     ASSERT_TRUE(server.events->waitFor(EventKind::close));
     EXPECT_EQ(server.events->of(EventKind::close)[0].reason, "client disconnect");
     EXPECT_TRUE(peer.nextPayloadWithId(0x15));
     EXPECT_TRUE(server.waitForConnections(0));
     EXPECT_EQ(server.events->of(EventKind::close).size(), 1u);
+    // Out of the table, it no longer holds the Listener.
+    EXPECT_TRUE(server.onLoop([&] { return connection->listener == nullptr; }));
 }
 
 TEST_F(ConnectionExchangeTest, ServerPingsItsPeerEveryTwoSeconds) {

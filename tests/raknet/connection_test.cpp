@@ -90,6 +90,10 @@ protected:
         listener->connectionListener = events;
     }
 
+    // The recorder holds the connection, which holds the Listener, which
+    // holds the recorder: let go as the Listener would at removal.
+    ~ConnectionTest() override { connection->detachFromListener(); }
+
     void connect() { connection->state = State::CONNECTED; }
     std::vector<std::vector<uint8_t>> delivered() const { return events->payloads(); }
 
