@@ -1,14 +1,12 @@
 #include "raknet/client.h"
 
-#include <sys/socket.h>
-
 #include <future>
 #include <vector>
 
 #include "foundation/clock.h"
-#include "foundation/datagram_bootstrap.h"
 #include "foundation/fatal.h"
 #include "foundation/random.h"
+#include "raknet/endpoint.h"
 #include "raknet/listener.h"
 #include "raknet/packets/offline_packets.h"
 
@@ -49,27 +47,14 @@ Client::Client() : id(randomId()) {}
 std::optional<EventLoopFuture<void>> Client::bind(const std::string& host, int port,
                                                   std::shared_ptr<foundation::EventLoopGroup> group) {
     auto self = shared_from_this();
-    try {
-        foundation::DatagramBootstrap(std::move(group))
-            .channelOption(foundation::SocketOption{SOL_SOCKET, SO_REUSEADDR}, 1)
-            .channelInitializer([self](const std::shared_ptr<foundation::Channel>& made) {
-                // Kept here, on the loop, before the first datagram can arrive.
-                self->channel = made;
-                return made->pipeline().addHandler(std::make_shared<ClientDatagramHandler>(self));
-            })
-            .bind(host, port)
-            .wait();
-    } catch (const foundation::SocketAddressError& error) {
+    bool bound =
+        detail::bindEndpoint(group, host, port, *printer, [self](const std::shared_ptr<foundation::Channel>& made) {
+            // Kept here, on the loop, before the first datagram can arrive.
+            self->channel = made;
+            return std::make_shared<ClientDatagramHandler>(self);
+        });
+    if (!bound) {
         channel.reset();
-        if (error.code == foundation::SocketAddressError::Code::unknown && error.host == host && error.port == port) {
-            printer->print("unavaliable: " + host + " " + std::to_string(port));
-        } else {
-            printer->print(error.what());
-        }
-        return std::nullopt;
-    } catch (...) {
-        channel.reset();
-        printer->print(foundation::errorDescription(std::current_exception()));
         return std::nullopt;
     }
     update();
@@ -101,7 +86,8 @@ EventLoopFuture<std::shared_ptr<ServerInfo>> Client::ping(const SocketAddress& a
     // the future they give, so that a second caller gets the very same one.
     std::promise<EventLoopFuture<std::shared_ptr<ServerInfo>>> started;
     auto result = started.get_future();
-    if (!loop->execute([self = shared_from_this(), address, &started] { started.set_value(self->startPing(address)); })) {
+    if (!loop->execute(
+            [self = shared_from_this(), address, &started] { started.set_value(self->startPing(address)); })) {
         return loop->makeFailedFuture<std::shared_ptr<ServerInfo>>(
             std::make_exception_ptr(std::runtime_error("The event loop has shut down")));
     }

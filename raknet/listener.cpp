@@ -1,14 +1,12 @@
 #include "raknet/listener.h"
 
-#include <sys/socket.h>
-
 #include <algorithm>
 
 #include "foundation/clock.h"
-#include "foundation/datagram_bootstrap.h"
 #include "foundation/fatal.h"
 #include "foundation/random.h"
 #include "raknet/connection.h"
+#include "raknet/endpoint.h"
 #include "raknet/packets/offline_packets.h"
 
 namespace ferrylink::raknet {
@@ -75,27 +73,14 @@ std::optional<foundation::EventLoopFuture<void>> Listener::bind(
     group = std::move(loopGroup);
 
     auto self = shared_from_this();
-    try {
-        foundation::DatagramBootstrap(group)
-            .channelOption(foundation::SocketOption{SOL_SOCKET, SO_REUSEADDR}, 1)
-            .channelInitializer([self](const std::shared_ptr<foundation::Channel>& made) {
-                // Kept here, on the loop, before the first datagram can arrive.
-                self->channel = made;
-                return made->pipeline().addHandler(std::make_shared<ServerDatagramHandler>(self));
-            })
-            .bind(host, port)
-            .wait();
-    } catch (const foundation::SocketAddressError& error) {
+    bool bound =
+        detail::bindEndpoint(group, host, port, *printer, [self](const std::shared_ptr<foundation::Channel>& made) {
+            // Kept here, on the loop, before the first datagram can arrive.
+            self->channel = made;
+            return std::make_shared<ServerDatagramHandler>(self);
+        });
+    if (!bound) {
         channel.reset();
-        if (error.code == foundation::SocketAddressError::Code::unknown && error.host == host && error.port == port) {
-            printer->print("unavaliable: " + host + " " + std::to_string(port));
-        } else {
-            printer->print(error.what());
-        }
-        return std::nullopt;
-    } catch (...) {
-        channel.reset();
-        printer->print(foundation::errorDescription(std::current_exception()));
         return std::nullopt;
     }
     update();
