@@ -1,0 +1,179 @@
+// The ferrylink program as a user runs it: a process with arguments, output
+// and an exit status.
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "bridge/sim/simulated_console.h"
+
+namespace {
+
+std::filesystem::path programPath() {
+    return std::filesystem::read_symlink("/proc/self/exe").parent_path() / "ferrylink";
+}
+
+// A UDP port on loopback that nobody holds right now.
+int freeUdpPort() {
+    int fd = ::socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address));
+    socklen_t length = sizeof(address);
+    ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+    ::close(fd);
+    return ntohs(address.sin_port);
+}
+
+// A running ferrylink with its standard output and error on one pipe.
+class Process {
+public:
+    explicit Process(const std::vector<std::string>& arguments) {
+        int pipeEnds[2];
+        EXPECT_EQ(::pipe2(pipeEnds, O_CLOEXEC), 0);
+        pid_ = ::fork();
+        if (pid_ == 0) {
+            ::dup2(pipeEnds[1], STDOUT_FILENO);
+            ::dup2(pipeEnds[1], STDERR_FILENO);
+            std::vector<char*> argv;
+            std::string program = programPath().string();
+            argv.push_back(program.data());
+            std::vector<std::string> copies = arguments;
+            for (auto& argument : copies) {
+                argv.push_back(argument.data());
+            }
+            argv.push_back(nullptr);
+            ::execv(program.c_str(), argv.data());
+            ::_exit(127);
+        }
+        ::close(pipeEnds[1]);
+        output_ = pipeEnds[0];
+    }
+
+    ~Process() {
+        if (pid_ > 0 && !exited_) {
+            ::kill(pid_, SIGKILL);
+            ::waitpid(pid_, nullptr, 0);
+        }
+        ::close(output_);
+    }
+
+    // Reads output until `text` has appeared or the patience runs out.
+    bool waitForOutput(const std::string& text, std::chrono::seconds patience = std::chrono::seconds(20)) {
+        auto deadline = std::chrono::steady_clock::now() + patience;
+        while (text_.find(text) == std::string::npos) {
+            auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+            if (left.count() <= 0 || !readSome(static_cast<int>(left.count()))) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    // Waits for the exit and gives the status (-1 for a signal).
+    int wait() {
+        while (readSome(20000)) {
+        }
+        int status = 0;
+        ::waitpid(pid_, &status, 0);
+        exited_ = true;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+    void signal(int number) { ::kill(pid_, number); }
+    const std::string& output() const { return text_; }
+
+private:
+    bool readSome(int timeoutMillis) {
+        pollfd ready{output_, POLLIN, 0};
+        if (::poll(&ready, 1, timeoutMillis) != 1) {
+            return false;
+        }
+        char buffer[4096];
+        ssize_t count = ::read(output_, buffer, sizeof(buffer));
+        if (count <= 0) {
+            return false;
+        }
+        text_.append(buffer, static_cast<size_t>(count));
+        return true;
+    }
+
+    pid_t pid_ = -1;
+    int output_ = -1;
+    bool exited_ = false;
+    std::string text_;
+};
+
+TEST(FerrylinkRun, ConsoleIsTransferredAndSigtermStopsWithStatusZero) {
+    int port = freeUdpPort();
+    Process bridge({"run", "127.0.0.1", "19133", "--listen-host", "127.0.0.1", "--listen-port", std::to_string(port)});
+    ASSERT_TRUE(bridge.waitForOutput("Server will transfer to 127.0.0.1:19133")) << bridge.output();
+    EXPECT_NE(bridge.output().find("Server running and listening on 127.0.0.1:" + std::to_string(port)),
+              std::string::npos);
+
+    ferrylink::testing::ConsoleOptions options;
+    options.port = port;
+    auto report = ferrylink::testing::SimulatedConsole(options).join();
+    EXPECT_TRUE(report.clean()) << ::testing::PrintToString(report.problems);
+    ASSERT_TRUE(report.transferred());
+    EXPECT_EQ(*report.transferAddress, "127.0.0.1");
+    EXPECT_EQ(*report.transferPort, 19133);
+    EXPECT_NE(report.advert.find("MCPE;Ferrylink;560;1.19.50;0;99;"), std::string::npos);
+
+    bridge.signal(SIGTERM);
+    EXPECT_EQ(bridge.wait(), 0) << bridge.output();
+    EXPECT_NE(bridge.output().find("New connection: 127.0.0.1:"), std::string::npos) << bridge.output();
+    EXPECT_NE(bridge.output().find("Server shutting down!"), std::string::npos) << bridge.output();
+}
+
+TEST(FerrylinkPing, PrintsTheAdvertOfARunningBridge) {
+    int port = freeUdpPort();
+    Process bridge({"run", "127.0.0.1", "--listen-host", "127.0.0.1", "--listen-port", std::to_string(port)});
+    ASSERT_TRUE(bridge.waitForOutput("Server will transfer to 127.0.0.1:19132")) << bridge.output();
+
+    Process ping({"ping", "127.0.0.1", std::to_string(port)});
+    EXPECT_EQ(ping.wait(), 0) << ping.output();
+    EXPECT_NE(ping.output().find("motd:      Ferrylink"), std::string::npos) << ping.output();
+    EXPECT_NE(ping.output().find("protocol:  560"), std::string::npos);
+    EXPECT_NE(ping.output().find("players:   0/99"), std::string::npos);
+    EXPECT_NE(ping.output().find("game mode: Creative"), std::string::npos);
+    bridge.signal(SIGINT);
+    EXPECT_EQ(bridge.wait(), 0);
+}
+
+TEST(FerrylinkPing, AnUnresolvableHostSaysSoAndExitsOne) {
+    Process ping({"ping", "nowhere.invalid"});
+    EXPECT_EQ(ping.wait(), 1);
+    EXPECT_NE(ping.output().find("no answer from nowhere.invalid:19132"), std::string::npos) << ping.output();
+}
+
+class BadArguments : public ::testing::TestWithParam<std::vector<std::string>> {};
+
+TEST_P(BadArguments, OneLineOfErrorAndStatusTwo) {
+    Process command(GetParam());
+    EXPECT_EQ(command.wait(), 2);
+    auto& text = command.output();
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
+    EXPECT_EQ(text.rfind("ferrylink: ", 0), 0u) << text;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Commands, BadArguments,
+    ::testing::Values(std::vector<std::string>{"run"}, std::vector<std::string>{"run", "h", "0"},
+                      std::vector<std::string>{"run", "h", "65536"}, std::vector<std::string>{"run", "h", "abc"},
+                      std::vector<std::string>{"run", "h", "--listen-port", "-1"},
+                      std::vector<std::string>{"ping"}, std::vector<std::string>{"ping", "h", "19132x"},
+                      std::vector<std::string>{"fly"}));
+
+}  // namespace
