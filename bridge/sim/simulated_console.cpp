@@ -9,6 +9,8 @@
 #include <array>
 #include <deque>
 #include <map>
+#include <memory>
+#include <mutex>
 #include <set>
 #include <fstream>
 #include <iterator>
@@ -407,6 +409,33 @@ std::optional<Bytes> readFile(const std::filesystem::path& path) {
     return Bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
 }
 
+// The three tables the bridge passes through, as the bundle holds them.
+struct Tables {
+    Bytes palette;
+    Bytes biomes;
+    Bytes entities;
+};
+
+// Read once per folder and process, since a load generator runs a thousand
+// consoles at once; nothing when a file is missing.
+std::shared_ptr<const Tables> tablesIn(const std::filesystem::path& folder) {
+    static std::mutex mutex;
+    static std::map<std::filesystem::path, std::shared_ptr<const Tables>> read;
+    std::lock_guard lock(mutex);
+    if (auto known = read.find(folder); known != read.end()) {
+        return known->second;
+    }
+    auto palette = readFile(folder / "required_block_states.nbt");
+    auto biomes = readFile(folder / "biome_definitions.nbt");
+    auto entities = readFile(folder / "entity_identifiers.nbt");
+    if (!palette || !biomes || !entities) {
+        return nullptr;
+    }
+    auto tables = std::make_shared<const Tables>(Tables{std::move(*palette), std::move(*biomes), std::move(*entities)});
+    read.emplace(folder, tables);
+    return tables;
+}
+
 // --- Game payloads in the order a client applies them -------------------------------------
 
 // Reads the connection as a console does: drops retransmitted copies, joins
@@ -524,9 +553,7 @@ private:
     std::optional<OrderedPayloads> payloads_;
     bool connected_ = false;
     bool compressed_ = false;
-    Bytes palette_;
-    Bytes biomes_;
-    Bytes entities_;
+    std::shared_ptr<const Tables> tables_;
 };
 
 bool Join::loadTables() {
@@ -538,21 +565,19 @@ bool Join::loadTables() {
         }
         folder = found->folder();
     }
-    auto palette = readFile(folder / "required_block_states.nbt");
-    auto biomes = readFile(folder / "biome_definitions.nbt");
-    auto entities = readFile(folder / "entity_identifiers.nbt");
-    if (!palette || !biomes || !entities) {
+    tables_ = tablesIn(folder);
+    if (!tables_) {
         return problem("resource files missing in " + folder.string());
     }
-    palette_ = std::move(*palette);
-    biomes_ = std::move(*biomes);
-    entities_ = std::move(*entities);
     return true;
 }
 
 bool Join::discover() {
-    peer_->sendUnconnectedPing(foundation::Clock::currentTimeMillis());
-    auto pong = peer_->nextOffline(0x1C, left());
+    std::optional<Bytes> pong;
+    do {
+        peer_->sendUnconnectedPing(foundation::Clock::currentTimeMillis());
+        pong = peer_->nextOffline(0x1C, options_.resendAfter ? std::min(left(), *options_.resendAfter) : left());
+    } while (!pong && options_.resendAfter && SteadyClock::now() < deadline_);
     // id, client time, server id, magic, then the advert behind its 16-bit length
     if (!pong || pong->size() < 35) {
         return problem("no UnconnectedPong to the LAN ping");
@@ -698,6 +723,7 @@ bool Join::finishWithTransfer() {
         return true;
     }
     report_.received.push_back("TransferPacket");
+    report_.transferReadAt = SteadyClock::now();
     if (received->id != 85) {
         return problem("expected TransferPacket, got id " + std::to_string(received->id));
     }
@@ -733,10 +759,18 @@ void Join::walkThrough() {
         return;
     }
     peer_.emplace(*server);
+    peer_->resendAfter = options_.resendAfter;
     payloads_.emplace(*peer_);
     if (!discover()) {
         return;
     }
+    // Built ahead of the connection, so the time from the first request to
+    // the hand-over is the bridge's and not the key generation's.
+    const Bytes login = loginPacket();
+    if (options_.beforeConnect) {
+        options_.beforeConnect();
+    }
+    report_.connectSentAt = SteadyClock::now();
     if (!peer_->connect(options_.mtu, options_.raknetVersion)) {
         problem("RakNet connection not accepted");
         return;
@@ -755,7 +789,7 @@ void Join::walkThrough() {
     }
     compressed_ = true;
 
-    sendPacket(loginPacket());
+    sendPacket(login);
     if (!expect("PlayStatusPacket LOGIN_SUCCESS", 2, exactly(hex("00 00 00 00")))) {
         return;
     }
@@ -779,7 +813,7 @@ void Join::walkThrough() {
         return;
     }
     Layout layout = layoutFor(protocol);
-    if (!expect(layoutNames[layout], 11, startGameBody(layout, palette_))) {
+    if (!expect(layoutNames[layout], 11, startGameBody(layout, tables_->palette))) {
         return;
     }
     if (protocol >= 409 && !expect("CreativeContentPacket", 145, exactly(hex("00")))) {
@@ -793,8 +827,8 @@ void Join::walkThrough() {
             }
         }
     }
-    if (!expect("BiomeDefinitionListPacket", 122, exactly(biomes_)) ||
-        !expect("AvailableEntityIdentifiersPacket", 119, exactly(entities_)) ||
+    if (!expect("BiomeDefinitionListPacket", 122, exactly(tables_->biomes)) ||
+        !expect("AvailableEntityIdentifiersPacket", 119, exactly(tables_->entities)) ||
         !expect("PlayStatusPacket PLAYER_SPAWN", 2, exactly(hex("00 00 00 03")))) {
         return;
     }

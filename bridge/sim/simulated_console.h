@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -26,6 +27,14 @@ struct ConsoleOptions {
     // Where the resource bundle lies, for checking the tables the bridge
     // passes through; empty: the places the bridge itself searches.
     std::filesystem::path bundleFolder;
+    // Called on the joining thread right before the first
+    // OpenConnectionRequest1, when discovery is done and the login is built.
+    // Load generators line many consoles up here to let them go at once.
+    std::function<void()> beforeConnect;
+    // Unset, every datagram goes out once, as tests want it. Set, the console
+    // repeats its LAN ping, its offline requests and unacknowledged datagrams
+    // after this long, as a real one does when a busy bridge drops them.
+    std::optional<std::chrono::milliseconds> resendAfter;
 };
 
 // What came of one join.
@@ -42,6 +51,10 @@ struct ConsoleReport {
     // Everything that differed from what a console must get: wrong bytes,
     // packets out of order, a step that timed out. Empty for a good join.
     std::vector<std::string> problems;
+    // When the first OpenConnectionRequest1 left and when the TransferPacket
+    // was read, for measuring how long a hand-over takes.
+    std::optional<std::chrono::steady_clock::time_point> connectSentAt;
+    std::optional<std::chrono::steady_clock::time_point> transferReadAt;
 
     bool transferred() const { return transferAddress.has_value(); }
     bool clean() const { return problems.empty(); }

@@ -144,9 +144,24 @@ void RakNetPeer::sendRaw(std::span<const uint8_t> bytes) {
 }
 
 bool RakNetPeer::pump(std::chrono::milliseconds timeout) {
-    pollfd waiting{fd_, POLLIN, 0};
-    if (::poll(&waiting, 1, static_cast<int>(timeout.count())) <= 0) {
-        return false;
+    const auto deadline = Clock::now() + timeout;
+    while (true) {
+        auto wait = timeout;
+        if (resendAfter) {
+            auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+            wait = std::clamp(left, std::chrono::milliseconds(0), *resendAfter);
+        }
+        pollfd waiting{fd_, POLLIN, 0};
+        int ready = ::poll(&waiting, 1, static_cast<int>(wait.count()));
+        if (resendAfter) {
+            resendOverdue();
+        }
+        if (ready > 0) {
+            break;
+        }
+        if (!resendAfter || Clock::now() >= deadline) {
+            return false;
+        }
     }
     std::vector<uint8_t> bytes(65536);
     ssize_t received = ::recv(fd_, bytes.data(), bytes.size(), 0);
@@ -202,6 +217,13 @@ void RakNetPeer::file(std::vector<uint8_t> bytes) {
     }
     if (header & 0x40 || header & 0x20) {
         if (auto acknowledgement = parseAcknowledgement(bytes)) {
+            if (resendAfter && !acknowledgement->negative) {
+                for (auto [start, end] : acknowledgement->ranges) {
+                    if (start <= end) {
+                        unacknowledged_.erase(unacknowledged_.lower_bound(start), unacknowledged_.upper_bound(end));
+                    }
+                }
+            }
             (acknowledgement->negative ? nacks_ : acks_).push_back(std::move(*acknowledgement));
         }
         return;
@@ -341,7 +363,26 @@ uint32_t RakNetPeer::sendFramesAs(uint32_t sequenceNumber, const std::vector<Pee
     datagram.sequenceNumber = sequenceNumber;
     datagram.frames = frames;
     sendRaw(encodeDatagram(datagram));
+    if (resendAfter) {
+        unacknowledged_[sequenceNumber] = Unacknowledged{frames, Clock::now()};
+    }
     return sequenceNumber;
+}
+
+void RakNetPeer::resendOverdue() {
+    const auto now = Clock::now();
+    std::vector<std::vector<PeerFrame>> overdue;
+    for (auto entry = unacknowledged_.begin(); entry != unacknowledged_.end();) {
+        if (now - entry->second.sentAt < *resendAfter) {
+            ++entry;
+            continue;
+        }
+        overdue.push_back(std::move(entry->second.frames));
+        entry = unacknowledged_.erase(entry);
+    }
+    for (const auto& frames : overdue) {
+        sendFrames(frames);
+    }
 }
 
 void RakNetPeer::sendPayload(const std::vector<uint8_t>& payload, size_t fragmentSize) {
@@ -398,16 +439,26 @@ void RakNetPeer::sendDisconnect() { sendFrames({frame({0x15})}); }
 
 // --- Whole exchanges -------------------------------------------------------------------
 
+std::optional<std::vector<uint8_t>> RakNetPeer::askOffline(uint8_t id, const std::function<void()>& send) {
+    const auto deadline = Clock::now() + DEFAULT_TIMEOUT;
+    while (true) {
+        send();
+        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+        auto reply = nextOffline(id, resendAfter ? std::min(left, *resendAfter) : left);
+        if (reply || !resendAfter || Clock::now() >= deadline) {
+            return reply;
+        }
+    }
+}
+
 bool RakNetPeer::connect(uint16_t mtu, uint8_t protocolVersion) {
-    sendOpenConnectionRequest1(protocolVersion, mtu);
-    auto reply1 = nextOffline(0x06);
+    auto reply1 = askOffline(0x06, [&] { sendOpenConnectionRequest1(protocolVersion, mtu); });
     if (!reply1 || reply1->size() < 25) {
         return false;
     }
     Reader reader{*reply1, 17};
     serverId_ = static_cast<int64_t>(reader.be(8));
-    sendOpenConnectionRequest2(mtu);
-    if (!nextOffline(0x08)) {
+    if (!askOffline(0x08, [&] { sendOpenConnectionRequest2(mtu); })) {
         return false;
     }
     sendConnectionRequest(foundation::Clock::currentTimeMillis());

@@ -3,6 +3,8 @@
 #include <chrono>
 #include <cstdint>
 #include <deque>
+#include <functional>
+#include <map>
 #include <optional>
 #include <set>
 #include <span>
@@ -145,6 +147,14 @@ public:
     // Acknowledge every data datagram as it is read.
     bool autoAck = true;
 
+    // Off unless set, so that tests see exactly the datagrams they send. Set,
+    // the peer copes with loss as a console's RakNet does: a data datagram
+    // that isn't acknowledged within this time goes out again, same frames
+    // under the next sequence number, and connect() repeats an offline
+    // request whose reply hasn't come. For load generators, where a busy
+    // receiver drops datagrams.
+    std::optional<std::chrono::milliseconds> resendAfter;
+
     // --- Wire forms, for tests that build or check bytes themselves -------------
     static std::vector<uint8_t> encodeFrame(const PeerFrame& frame);
     static std::vector<uint8_t> encodeDatagram(const PeerDatagram& datagram);
@@ -162,6 +172,10 @@ private:
     void fileFrame(PeerFrame frame);
     template <typename T>
     std::optional<T> take(std::deque<T>& backlog, std::chrono::milliseconds timeout);
+    // Sends, then waits for the offline reply `id`, repeating the send after
+    // `resendAfter` when that is set.
+    std::optional<std::vector<uint8_t>> askOffline(uint8_t id, const std::function<void()>& send);
+    void resendOverdue();
 
     int fd_ = -1;
     foundation::SocketAddress server_;
@@ -180,6 +194,13 @@ private:
     std::deque<std::vector<uint8_t>> payloads_;
     std::set<uint32_t> seenMessageIndices_;
     std::unordered_map<uint16_t, std::unordered_map<int32_t, std::vector<uint8_t>>> splits_;
+    // Sent data datagrams waiting for their ACK, by sequence number (only
+    // with `resendAfter`).
+    struct Unacknowledged {
+        std::vector<PeerFrame> frames;
+        std::chrono::steady_clock::time_point sentAt;
+    };
+    std::map<uint32_t, Unacknowledged> unacknowledged_;
 };
 
 }  // namespace ferrylink::testing
