@@ -8,6 +8,7 @@ packages=(
   zlib1g-dev nlohmann-json3-dev libcurl4-openssl-dev libsqlite3-dev
   libcpp-httplib-dev libcli11-dev libssl-dev openssl ca-certificates
   libgtest-dev libgmock-dev libbenchmark-dev
+  valgrind
 )
 if [[ "${1:-}" == "--browser" ]]; then
   # Browser tests drive Debian's Chromium from Node.js.

@@ -1,0 +1,586 @@
+// load_generator: drives a running bridge over loopback and prints what it
+// measured as `key=value` lines, which bench/run.sh gathers into its table.
+//
+//   load_generator joins --port P --consoles N [--rounds R] [--watch-pid PID]
+//       N simulated consoles join at once, R times over; latency of each join
+//       from its first OpenConnectionRequest1 to its TransferPacket.
+//   load_generator pings --port P [--versus E] [--seconds S] [--rounds R]
+//       UnconnectedPing flood, replies per second; with --versus the rounds
+//       alternate with a flood of the same pings against port E.
+//   load_generator echo [--port 0] [--seconds S]
+//       A bare UDP echo on one thread, the reference for the ping flood.
+//   load_generator watch --pid PID [--seconds 30] [--period 5]
+//       CPU share and resident memory of a process, from /proc.
+//   load_generator free-port
+//       A UDP port on 127.0.0.1 that nothing holds right now.
+//
+// Every address is 127.0.0.1 and every loop is bounded in count and in time.
+
+#include <CLI/CLI.hpp>
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <condition_variable>
+#include <csignal>
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <mutex>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "bridge/sim/simulated_console.h"
+
+namespace {
+
+using SteadyClock = std::chrono::steady_clock;
+using Milliseconds = std::chrono::duration<double, std::milli>;
+using Seconds = std::chrono::duration<double>;
+using ferrylink::testing::ConsoleOptions;
+using ferrylink::testing::ConsoleReport;
+using ferrylink::testing::SimulatedConsole;
+
+// --- Statistics -------------------------------------------------------------------------
+
+// The sample below which `fraction` of all samples lie, by nearest rank.
+double percentile(std::vector<double> samples, double fraction) {
+    if (samples.empty()) {
+        return 0;
+    }
+    std::sort(samples.begin(), samples.end());
+    auto rank = static_cast<size_t>(std::ceil(fraction * static_cast<double>(samples.size())));
+    return samples[std::clamp<size_t>(rank, 1, samples.size()) - 1];
+}
+
+std::string fixed(double value, int decimals = 1) {
+    char text[64];
+    std::snprintf(text, sizeof(text), "%.*f", decimals, value);
+    return text;
+}
+
+SteadyClock::duration seconds(double count) { return std::chrono::duration_cast<SteadyClock::duration>(Seconds(count)); }
+
+// --- Loopback sockets ---------------------------------------------------------------------
+
+sockaddr_in loopback(uint16_t port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port);
+    return address;
+}
+
+// A UDP socket bound to 127.0.0.1:`port` (0: any), or -1.
+int boundSocket(uint16_t port) {
+    int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_in local = loopback(port);
+    if (fd >= 0 && ::bind(fd, reinterpret_cast<sockaddr*>(&local), sizeof(local)) != 0) {
+        ::close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+uint16_t localPort(int fd) {
+    sockaddr_in local{};
+    socklen_t length = sizeof(local);
+    ::getsockname(fd, reinterpret_cast<sockaddr*>(&local), &length);
+    return ntohs(local.sin_port);
+}
+
+// --- /proc of the bridge ----------------------------------------------------------------
+
+struct ProcessSample {
+    SteadyClock::time_point at;
+    long cpuTicks = 0;  // user + system, all threads
+    long rssKiB = 0;
+    long hwmKiB = 0;
+    long drops = 0;  // datagrams the kernel dropped at the watched UDP port
+};
+
+// The drops column of /proc/<pid>/net/udp for the socket bound to 127.0.0.1:`port`.
+long socketDrops(pid_t pid, int port) {
+    char local[32];
+    std::snprintf(local, sizeof(local), "0100007F:%04X", port);
+    std::ifstream table("/proc/" + std::to_string(pid) + "/net/udp");
+    std::string line;
+    while (std::getline(table, line)) {
+        std::istringstream fields(line);
+        std::string slot;
+        std::string address;
+        fields >> slot >> address;
+        if (address != local) {
+            continue;
+        }
+        std::string last;
+        for (std::string field; fields >> field;) {
+            last = field;
+        }
+        return std::stol(last);
+    }
+    return 0;
+}
+
+std::optional<ProcessSample> sampleProcess(pid_t pid, int port) {
+    ProcessSample sample;
+    sample.at = SteadyClock::now();
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string line;
+    if (!std::getline(stat, line)) {
+        return std::nullopt;
+    }
+    // The command name stands in parentheses and may hold spaces: count from
+    // behind it, where field 3 (state) begins; utime and stime are 14 and 15.
+    std::istringstream fields(line.substr(line.rfind(')') + 2));
+    std::string field;
+    for (int index = 3; fields >> field && index <= 15; ++index) {
+        if (index == 14 || index == 15) {
+            sample.cpuTicks += std::stol(field);
+        }
+    }
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    while (std::getline(status, line)) {
+        if (line.starts_with("VmRSS:")) {
+            sample.rssKiB = std::stol(line.substr(6));
+        } else if (line.starts_with("VmHWM:")) {
+            sample.hwmKiB = std::stol(line.substr(6));
+        }
+    }
+    if (port > 0) {
+        sample.drops = socketDrops(pid, port);
+    }
+    return sample;
+}
+
+// Samples a process every `period` on a thread of its own until stopped, or
+// for `limit` at most.
+class ProcessWatch {
+public:
+    ProcessWatch(pid_t pid, int port, std::chrono::milliseconds period, SteadyClock::duration limit)
+        : pid_(pid), port_(port) {
+        if (pid_ <= 0) {
+            return;
+        }
+        thread_ = std::thread([this, period, end = SteadyClock::now() + limit] {
+            std::unique_lock lock(mutex_);
+            do {
+                if (auto sample = sampleProcess(pid_, port_)) {
+                    samples_.push_back(*sample);
+                }
+            } while (SteadyClock::now() < end &&
+                     !stopped_.wait_until(lock, std::min(SteadyClock::now() + period, end), [this] { return stop_; }));
+            if (auto sample = sampleProcess(pid_, port_)) {
+                samples_.push_back(*sample);
+            }
+        });
+    }
+
+    ~ProcessWatch() { stop(); }
+
+    void stop() {
+        if (!thread_.joinable()) {
+            return;
+        }
+        {
+            std::lock_guard lock(mutex_);
+            stop_ = true;
+        }
+        stopped_.notify_all();
+        thread_.join();
+    }
+
+    // CPU in percent of one core over each window between samples, resident
+    // memory at each sample, the kernel's high-water mark and the datagrams
+    // dropped at the port meanwhile.
+    void report(const std::string& label) {
+        stop();
+        if (samples_.size() < 2) {
+            return;
+        }
+        const double ticksPerSecond = static_cast<double>(::sysconf(_SC_CLK_TCK));
+        std::vector<double> shares;
+        std::vector<double> resident;
+        for (size_t i = 1; i < samples_.size(); ++i) {
+            double elapsed = Seconds(samples_[i].at - samples_[i - 1].at).count();
+            // A last window much shorter than the period says little about the share.
+            if (elapsed > 0.05) {
+                shares.push_back(100.0 * static_cast<double>(samples_[i].cpuTicks - samples_[i - 1].cpuTicks) /
+                                 ticksPerSecond / elapsed);
+            }
+            resident.push_back(static_cast<double>(samples_[i].rssKiB));
+        }
+        const auto& first = samples_.front();
+        const auto& last = samples_.back();
+        double elapsed = Seconds(last.at - first.at).count();
+        double ticks = static_cast<double>(last.cpuTicks - first.cpuTicks);
+        std::cout << label << " cpu_median_pct=" << fixed(percentile(shares, 0.5), 2)
+                  << " cpu_p99_pct=" << fixed(percentile(shares, 0.99), 2)
+                  << " cpu_max_pct=" << fixed(percentile(shares, 1.0), 2)
+                  << " cpu_mean_pct=" << fixed(100.0 * ticks / ticksPerSecond / elapsed, 3)
+                  << " cpu_ms=" << fixed(1000.0 * ticks / ticksPerSecond, 0)
+                  << " rss_median_kib=" << fixed(percentile(resident, 0.5), 0)
+                  << " rss_max_kib=" << fixed(percentile(resident, 1.0), 0) << " hwm_kib=" << last.hwmKiB
+                  << " drops=" << last.drops - first.drops << " windows=" << shares.size()
+                  << " seconds=" << fixed(elapsed, 2) << std::endl;
+    }
+
+private:
+    pid_t pid_;
+    int port_;
+    std::thread thread_;
+    std::mutex mutex_;
+    std::condition_variable stopped_;
+    bool stop_ = false;
+    std::vector<ProcessSample> samples_;
+};
+
+// --- Joins ----------------------------------------------------------------------------------
+
+struct JoinSettings {
+    int port = 19132;
+    int consoles = 1;
+    int rounds = 1;
+    int32_t protocol = 560;
+    int raknet = 11;
+    int timeoutMs = 60000;
+    int resendMs = 500;
+    int pauseMs = 200;
+    pid_t watchPid = 0;
+};
+
+// What became of a number of joins.
+struct JoinTally {
+    std::vector<double> latenciesMs;
+    int transferred = 0;
+    int failed = 0;
+    std::vector<std::string> firstProblems;
+
+    void add(const ConsoleReport& report) {
+        if (report.transferred() && report.clean() && report.connectSentAt && report.transferReadAt) {
+            ++transferred;
+            latenciesMs.push_back(Milliseconds(*report.transferReadAt - *report.connectSentAt).count());
+            return;
+        }
+        ++failed;
+        note(report.problems.empty() ? "no transfer" : report.problems.front());
+    }
+    void add(const JoinTally& other) {
+        latenciesMs.insert(latenciesMs.end(), other.latenciesMs.begin(), other.latenciesMs.end());
+        transferred += other.transferred;
+        failed += other.failed;
+        for (const auto& problem : other.firstProblems) {
+            note(problem);
+        }
+    }
+    void note(const std::string& problem) {
+        if (firstProblems.size() < 5) {
+            firstProblems.push_back(problem);
+        }
+    }
+};
+
+struct Round {
+    JoinTally tally;
+    // From the moment the consoles were let go to the last TransferPacket.
+    double makespanMs = 0;
+};
+
+// One round: a thread per console. Each discovers the bridge and builds its
+// login, then waits at the start line until all have come or the time is up;
+// all are let go together.
+Round joinAtOnce(const JoinSettings& settings) {
+    std::mutex mutex;
+    std::condition_variable changed;
+    int lined = 0;  // waiting at the start line, or out before reaching it
+    bool go = false;
+    SteadyClock::time_point released;
+
+    std::vector<ConsoleReport> reports(static_cast<size_t>(settings.consoles));
+    std::vector<std::thread> threads;
+    threads.reserve(reports.size());
+    for (int index = 0; index < settings.consoles; ++index) {
+        threads.emplace_back([&, index] {
+            bool reachedLine = false;
+            ConsoleOptions options;
+            options.host = "127.0.0.1";
+            options.port = settings.port;
+            options.protocol = settings.protocol;
+            options.raknetVersion = static_cast<uint8_t>(settings.raknet);
+            options.timeout = std::chrono::milliseconds(settings.timeoutMs);
+            options.displayName = "Bench" + std::to_string(index);
+            if (settings.resendMs > 0) {
+                options.resendAfter = std::chrono::milliseconds(settings.resendMs);
+            }
+            options.beforeConnect = [&] {
+                std::unique_lock lock(mutex);
+                reachedLine = true;
+                ++lined;
+                changed.notify_all();
+                changed.wait(lock, [&] { return go; });
+            };
+            reports[static_cast<size_t>(index)] = SimulatedConsole(options).join();
+            if (!reachedLine) {
+                std::lock_guard lock(mutex);
+                ++lined;
+                changed.notify_all();
+            }
+        });
+    }
+    {
+        std::unique_lock lock(mutex);
+        changed.wait_for(lock, std::chrono::milliseconds(settings.timeoutMs) / 2,
+                         [&] { return lined == settings.consoles; });
+        go = true;
+        released = SteadyClock::now();
+    }
+    changed.notify_all();
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    Round round;
+    SteadyClock::time_point lastTransfer = released;
+    for (const auto& report : reports) {
+        round.tally.add(report);
+        if (report.transferReadAt) {
+            lastTransfer = std::max(lastTransfer, *report.transferReadAt);
+        }
+    }
+    round.makespanMs = Milliseconds(lastTransfer - released).count();
+    return round;
+}
+
+void printTally(const std::string& label, const JoinTally& tally) {
+    std::cout << label << " transferred=" << tally.transferred << " failed=" << tally.failed
+              << " median_ms=" << fixed(percentile(tally.latenciesMs, 0.5), 2)
+              << " p99_ms=" << fixed(percentile(tally.latenciesMs, 0.99), 2)
+              << " max_ms=" << fixed(percentile(tally.latenciesMs, 1.0), 2);
+}
+
+int runJoins(const JoinSettings& settings) {
+    // Rounds are bounded by their consoles' timeouts; the watch by all of them.
+    ProcessWatch watch(settings.watchPid, settings.port, std::chrono::milliseconds(250),
+                       std::chrono::milliseconds(settings.timeoutMs) * settings.rounds * 2);
+    JoinTally all;
+    std::vector<double> rates;
+    for (int index = 0; index < settings.rounds; ++index) {
+        Round round = joinAtOnce(settings);
+        double rate = 1000.0 * round.tally.transferred / std::max(round.makespanMs, 1.0);
+        rates.push_back(rate);
+        printTally("round=" + std::to_string(index), round.tally);
+        std::cout << " makespan_ms=" << fixed(round.makespanMs, 1) << " per_s=" << fixed(rate) << std::endl;
+        all.add(round.tally);
+        // Lets the last disconnects reach the bridge before the next round.
+        std::this_thread::sleep_for(std::chrono::milliseconds(settings.pauseMs));
+    }
+    printTally("joins consoles=" + std::to_string(settings.consoles) + " rounds=" + std::to_string(settings.rounds), all);
+    // For rates the tail that matters is the slow one: p99 is the rate that
+    // 99 % of the rounds reached.
+    std::cout << " per_s_median=" << fixed(percentile(rates, 0.5)) << " per_s_p99=" << fixed(percentile(rates, 0.01))
+              << std::endl;
+    for (const auto& problem : all.firstProblems) {
+        std::cerr << "problem: " << problem << "\n";
+    }
+    watch.report("watch");
+    return all.failed == 0 ? 0 : 1;
+}
+
+// --- Pings and the echo -----------------------------------------------------------------------
+
+constexpr uint8_t MAGIC[16] = {0x00, 0xFF, 0xFF, 0x00, 0xFE, 0xFE, 0xFE, 0xFE,
+                               0xFD, 0xFD, 0xFD, 0xFD, 0x12, 0x34, 0x56, 0x78};
+
+// An UnconnectedPing: id, client time, the offline magic, client id.
+std::vector<uint8_t> unconnectedPing() {
+    std::vector<uint8_t> bytes{0x01, 0, 0, 0, 0, 0, 0, 0, 1};
+    bytes.insert(bytes.end(), std::begin(MAGIC), std::end(MAGIC));
+    bytes.insert(bytes.end(), {0xB0, 0xB1, 0xB2, 0xB3, 0xB4, 0xB5, 0xB6, 0xB7});
+    return bytes;
+}
+
+struct PingSettings {
+    int port = 19132;
+    int versus = 0;
+    double seconds = 2;
+    int rounds = 5;
+    int window = 32;
+    long maxReplies = 10'000'000;
+};
+
+// One socket keeps `window` pings in flight for `seconds`: each reply is
+// counted and followed by the next ping; 50 ms without a reply refills the
+// window, for pings lost in a full receive queue. Replies per second.
+double pingFlood(int port, const PingSettings& settings) {
+    int fd = boundSocket(0);
+    sockaddr_in server = loopback(static_cast<uint16_t>(port));
+    if (fd < 0 || ::connect(fd, reinterpret_cast<sockaddr*>(&server), sizeof(server)) != 0) {
+        std::perror("ping socket");
+        return 0;
+    }
+    const auto ping = unconnectedPing();
+    auto sendWindow = [&] {
+        for (int i = 0; i < settings.window; ++i) {
+            ::send(fd, ping.data(), ping.size(), 0);
+        }
+    };
+    long replies = 0;
+    const auto begin = SteadyClock::now();
+    const auto deadline = begin + seconds(settings.seconds);
+    uint8_t reply[2048];
+    sendWindow();
+    while (SteadyClock::now() < deadline && replies < settings.maxReplies) {
+        pollfd waiting{fd, POLLIN, 0};
+        if (::poll(&waiting, 1, 50) <= 0) {
+            sendWindow();
+            continue;
+        }
+        while (::recv(fd, reply, sizeof(reply), MSG_DONTWAIT) > 0) {
+            ++replies;
+            ::send(fd, ping.data(), ping.size(), 0);
+        }
+    }
+    double elapsed = Seconds(SteadyClock::now() - begin).count();
+    ::close(fd);
+    return static_cast<double>(replies) / elapsed;
+}
+
+int runPings(const PingSettings& settings) {
+    std::vector<int> ports{settings.port};
+    if (settings.versus > 0) {
+        ports.push_back(settings.versus);
+    }
+    std::vector<std::vector<double>> rates(ports.size());
+    for (int round = 0; round < settings.rounds; ++round) {
+        for (size_t which = 0; which < ports.size(); ++which) {
+            rates[which].push_back(pingFlood(ports[which], settings));
+            std::cout << "round=" << round << " port=" << ports[which] << " per_s=" << fixed(rates[which].back(), 0)
+                      << std::endl;
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+    }
+    for (size_t which = 0; which < ports.size(); ++which) {
+        std::cout << (which == 0 ? "pings" : "versus") << " port=" << ports[which]
+                  << " per_s_median=" << fixed(percentile(rates[which], 0.5), 0)
+                  << " per_s_p99=" << fixed(percentile(rates[which], 0.01), 0) << std::endl;
+    }
+    return 0;
+}
+
+std::atomic<bool> echoStopped{false};
+
+// The least a UDP server can do: read a datagram and send it back, on one
+// thread, until told to stop or the time is up.
+int runEcho(int port, double lifetime) {
+    int fd = boundSocket(static_cast<uint16_t>(port));
+    if (fd < 0) {
+        std::perror("echo socket");
+        return 1;
+    }
+    std::cout << "port=" << localPort(fd) << std::endl;
+    std::signal(SIGTERM, [](int) { echoStopped = true; });
+    std::signal(SIGINT, [](int) { echoStopped = true; });
+    const auto deadline = SteadyClock::now() + seconds(lifetime);
+    uint8_t bytes[2048];
+    while (!echoStopped && SteadyClock::now() < deadline) {
+        pollfd waiting{fd, POLLIN, 0};
+        if (::poll(&waiting, 1, 100) <= 0) {
+            continue;
+        }
+        sockaddr_in peer{};
+        socklen_t peerLength = sizeof(peer);
+        ssize_t received =
+            ::recvfrom(fd, bytes, sizeof(bytes), MSG_DONTWAIT, reinterpret_cast<sockaddr*>(&peer), &peerLength);
+        if (received > 0) {
+            ::sendto(fd, bytes, static_cast<size_t>(received), 0, reinterpret_cast<sockaddr*>(&peer), peerLength);
+        }
+    }
+    ::close(fd);
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app{"Drives a bridge on this machine with simulated consoles and pings, over 127.0.0.1."};
+    app.require_subcommand(1);
+
+    JoinSettings joins;
+    auto* joinCommand = app.add_subcommand("joins", "Consoles joining at once, round after round");
+    joinCommand->add_option("--port", joins.port, "UDP port of the bridge on 127.0.0.1")->required()->check(CLI::Range(1, 65535));
+    joinCommand->add_option("--consoles", joins.consoles, "Consoles per round")->capture_default_str()->check(CLI::Range(1, 2000));
+    joinCommand->add_option("--rounds", joins.rounds, "Rounds")->capture_default_str()->check(CLI::Range(1, 500));
+    joinCommand->add_option("--protocol", joins.protocol, "Game protocol of the consoles")->capture_default_str();
+    joinCommand->add_option("--raknet", joins.raknet, "RakNet protocol of the consoles")
+        ->capture_default_str()
+        ->check(CLI::IsMember({10, 11}));
+    joinCommand->add_option("--timeout-ms", joins.timeoutMs, "Bound of one console, line-up included")
+        ->capture_default_str()
+        ->check(CLI::Range(1000, 120000));
+    joinCommand->add_option("--resend-ms", joins.resendMs, "Consoles repeat what got no answer after this long (0: never)")
+        ->capture_default_str()
+        ->check(CLI::Range(0, 10000));
+    joinCommand->add_option("--pause-ms", joins.pauseMs, "Pause between rounds")->capture_default_str()->check(CLI::Range(0, 10000));
+    joinCommand->add_option("--watch-pid", joins.watchPid, "Sample CPU, memory and socket drops of this process");
+
+    PingSettings pings;
+    auto* pingCommand = app.add_subcommand("pings", "UnconnectedPing flood, replies per second");
+    pingCommand->add_option("--port", pings.port, "UDP port on 127.0.0.1")->required()->check(CLI::Range(1, 65535));
+    pingCommand->add_option("--versus", pings.versus, "A second port, flooded in alternate rounds")->check(CLI::Range(1, 65535));
+    pingCommand->add_option("--seconds", pings.seconds, "Length of a round")->capture_default_str()->check(CLI::Range(0.1, 30.0));
+    pingCommand->add_option("--rounds", pings.rounds, "Rounds per port")->capture_default_str()->check(CLI::Range(1, 100));
+    pingCommand->add_option("--window", pings.window, "Pings in flight")->capture_default_str()->check(CLI::Range(1, 1024));
+
+    int echoPort = 0;
+    double echoSeconds = 120;
+    auto* echoCommand = app.add_subcommand("echo", "A bare UDP echo on 127.0.0.1; prints port=N");
+    echoCommand->add_option("--port", echoPort, "UDP port (0: a free one)")->capture_default_str()->check(CLI::Range(0, 65535));
+    echoCommand->add_option("--seconds", echoSeconds, "Ends by itself after this long")->capture_default_str()->check(CLI::Range(1.0, 3600.0));
+
+    int watchPid = 0;
+    double watchSeconds = 30;
+    double watchPeriod = 5;
+    auto* watchCommand = app.add_subcommand("watch", "CPU share and resident memory of a process over a while");
+    watchCommand->add_option("--pid", watchPid, "Process to watch")->required();
+    watchCommand->add_option("--seconds", watchSeconds, "How long")->capture_default_str()->check(CLI::Range(1.0, 600.0));
+    watchCommand->add_option("--period", watchPeriod, "Length of a window")->capture_default_str()->check(CLI::Range(0.1, 60.0));
+
+    auto* freePortCommand = app.add_subcommand("free-port", "Prints a UDP port on 127.0.0.1 that is free now");
+
+    CLI11_PARSE(app, argc, argv);
+
+    if (*joinCommand) {
+        return runJoins(joins);
+    }
+    if (*pingCommand) {
+        return runPings(pings);
+    }
+    if (*echoCommand) {
+        return runEcho(echoPort, echoSeconds);
+    }
+    if (*watchCommand) {
+        ProcessWatch watch(watchPid, 0, std::chrono::milliseconds(static_cast<long>(watchPeriod * 1000)),
+                           seconds(watchSeconds));
+        std::this_thread::sleep_for(seconds(watchSeconds));
+        watch.report("watch");
+        return 0;
+    }
+    if (*freePortCommand) {
+        int fd = boundSocket(0);
+        if (fd < 0) {
+            std::perror("free-port");
+            return 1;
+        }
+        std::cout << localPort(fd) << std::endl;
+        ::close(fd);
+    }
+    return 0;
+}
