@@ -3,7 +3,6 @@
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netdb.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -16,20 +15,10 @@
 namespace ferrylink::app {
 namespace {
 
+using testing::numericNameCheck;
 using testing::onMain;
 using testing::runMainUntil;
 using testing::ScratchDirectory;
-
-bool numericNameCheck(const std::string& host, const std::string& port) {
-    addrinfo hints{};
-    hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
-    addrinfo* results = nullptr;
-    if (::getaddrinfo(host.c_str(), port.c_str(), &hints, &results) != 0) {
-        return false;
-    }
-    ::freeaddrinfo(results);
-    return true;
-}
 
 // Asks 127.0.0.1:port for its advert as a console's LAN scan does, and gives
 // the text of the answer (empty without one within the patience).
@@ -95,14 +84,14 @@ protected:
 };
 
 TEST_F(AppWithBridge, RunAdvertisesTheWorldAndStopCloses) {
-    uint16_t port = run("10.0.0.1");
+    uint16_t port = run("127.0.0.2");
     EXPECT_NE(advertOf(port).find(";Ferrylink;560;1.19.50;0;99;"), std::string::npos);
     onMain([&] { form_->runOrStop(); });
     ASSERT_TRUE(runMainUntil([&] { return app_->serverState().getUnchecked() == kServerNotRunning; }));
 }
 
 TEST_F(AppWithBridge, BackgroundEndsTheRunAndActiveAllowsANewOne) {
-    uint16_t port = run("10.0.0.1");
+    uint16_t port = run("127.0.0.2");
     ASSERT_NE(advertOf(port).find("MCPE;"), std::string::npos);
     onMain([&] {
         app_->scenePhaseChanged(ScenePhase::inactive);
@@ -111,11 +100,11 @@ TEST_F(AppWithBridge, BackgroundEndsTheRunAndActiveAllowsANewOne) {
     });
     ASSERT_TRUE(runMainUntil([&] { return app_->serverState().getUnchecked() == kServerNotRunning; }));
     onMain([&] { app_->scenePhaseChanged(ScenePhase::active); });
-    uint16_t again = run("10.0.0.2");
+    uint16_t again = run("127.0.0.3");
     EXPECT_NE(advertOf(again).find("MCPE;Ferrylink;"), std::string::npos);
     onMain([&] {
-        EXPECT_EQ(app_->serverState().get(), "Server is running and will transfer to 10.0.0.2:19132!");
-        EXPECT_EQ(app_->runningServer().server.get()->transferHost(), "10.0.0.2");
+        EXPECT_EQ(app_->serverState().get(), "Server is running and will transfer to 127.0.0.3:19132!");
+        EXPECT_EQ(app_->runningServer().server.get()->transferHost(), "127.0.0.3");
     });
 }
 

@@ -1,7 +1,6 @@
 #include "app/app_core.h"
 
 #include <gtest/gtest.h>
-#include <netdb.h>
 
 #include "app_test_support.h"
 #include "backend/backend_server.h"
@@ -16,20 +15,10 @@ namespace {
 using ferrylink::testing::TestCertificate;
 using testing::drainMain;
 using testing::FakeBridgeFactory;
+using testing::numericNameCheck;
 using testing::onMain;
 using testing::runMainUntil;
 using testing::ScratchDirectory;
-
-bool numericNameCheck(const std::string& host, const std::string& port) {
-    addrinfo hints{};
-    hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
-    addrinfo* results = nullptr;
-    if (::getaddrinfo(host.c_str(), port.c_str(), &hints, &results) != 0) {
-        return false;
-    }
-    ::freeaddrinfo(results);
-    return true;
-}
 
 class AppCoreTest : public ::testing::Test {
 protected:

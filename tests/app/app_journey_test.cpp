@@ -3,7 +3,6 @@
 // that joins the advertised world.
 
 #include <gtest/gtest.h>
-#include <netdb.h>
 
 #include "app/app_core.h"
 #include "app_test_support.h"
@@ -17,20 +16,10 @@ namespace {
 
 using ferrylink::testing::TestCertificate;
 using testing::drainMain;
+using testing::numericNameCheck;
 using testing::onMain;
 using testing::runMainUntil;
 using testing::ScratchDirectory;
-
-bool numericNameCheck(const std::string& host, const std::string& port) {
-    addrinfo hints{};
-    hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
-    addrinfo* results = nullptr;
-    if (::getaddrinfo(host.c_str(), port.c_str(), &hints, &results) != 0) {
-        return false;
-    }
-    ::freeaddrinfo(results);
-    return true;
-}
 
 TEST(AppJourney, StartUpRunTransferBackgroundAndANewGroup) {
     ScratchDirectory scratch;

@@ -4,6 +4,7 @@
 // folder, and collecting the app's system-log lines.
 
 #include <gtest/gtest.h>
+#include <netdb.h>
 #include <stdlib.h>
 
 #include <chrono>
@@ -20,6 +21,18 @@
 namespace ferrylink::app::testing {
 
 inline constexpr std::chrono::seconds kPatience{30};
+
+// Answers like the system resolver for numeric hosts, and never asks DNS.
+inline bool numericNameCheck(const std::string& host, const std::string& port) {
+    addrinfo hints{};
+    hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
+    addrinfo* results = nullptr;
+    if (::getaddrinfo(host.c_str(), port.c_str(), &hints, &results) != 0) {
+        return false;
+    }
+    ::freeaddrinfo(results);
+    return true;
+}
 
 // Runs `work` as one block of the main queue and waits for it.
 inline void onMain(const std::function<void()>& work) {

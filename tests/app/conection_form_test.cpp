@@ -1,7 +1,6 @@
 #include "app/conection_form.h"
 
 #include <gtest/gtest.h>
-#include <netdb.h>
 
 #include "app/backend_client.h"
 #include "app_test_support.h"
@@ -11,20 +10,9 @@ namespace ferrylink::app {
 namespace {
 
 using testing::FakeBridgeFactory;
+using testing::numericNameCheck;
 using testing::onMain;
 using testing::runMainUntil;
-
-// Answers like the system resolver for numeric hosts, and never asks DNS.
-bool numericNameCheck(const std::string& host, const std::string& port) {
-    addrinfo hints{};
-    hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
-    addrinfo* results = nullptr;
-    if (::getaddrinfo(host.c_str(), port.c_str(), &hints, &results) != 0) {
-        return false;
-    }
-    ::freeaddrinfo(results);
-    return true;
-}
 
 class ConectionFormTest : public ::testing::Test {
 protected:
