@@ -1,0 +1,282 @@
+// The page's HTTP contract over loopback: who gets in, what a malformed
+// request gets (and that it changes nothing), and the stream's first burst.
+
+#include "app/web/web_server.h"
+
+#include <gtest/gtest.h>
+#include <httplib.h>
+
+#include <future>
+#include <mutex>
+
+#include <nlohmann/json.hpp>
+
+#include "web_test_support.h"
+
+namespace ferrylink::app {
+namespace {
+
+using nlohmann::json;
+using testing::onMain;
+using testing::runMainUntil;
+
+constexpr const char* kToken = "0123456789abcdef0123456789abcdef";
+
+struct Event {
+    std::string name;
+    json data;
+};
+
+class WebServerTest : public ::testing::Test {
+protected:
+    ~WebServerTest() override {
+        if (web_) {
+            // Requests in flight may wait for the main queue: it runs until
+            // the server has stopped.
+            auto stopped = std::async(std::launch::async, [&] { web_->stop(); });
+            EXPECT_TRUE(runMainUntil([&] { return isReady(stopped); }));
+        }
+    }
+
+    void serve(std::string token = "") {
+        web_ = std::make_unique<WebServer>(*app_.core,
+                                           WebServerOptions{.listen = {"127.0.0.1", 0}, .fixedToken = std::move(token)});
+        onMain([&] { web_->start(); });
+    }
+
+    template <typename T>
+    static bool isReady(const std::future<T>& future) {
+        return future.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+    }
+
+    // One request from a thread of its own, while this thread runs the main
+    // queue that the server's handlers wait for.
+    httplib::Result send(const std::function<httplib::Result(httplib::Client&)>& call) {
+        auto answer = std::async(std::launch::async, [&] {
+            httplib::Client client("127.0.0.1", web_->port());
+            client.set_tcp_nodelay(true);
+            return call(client);
+        });
+        EXPECT_TRUE(runMainUntil([&] { return isReady(answer); }));
+        return answer.get();
+    }
+
+    httplib::Result post(const std::string& path, const std::string& body,
+                         const std::string& type = "application/json") {
+        return send([&](httplib::Client& client) { return client.Post(path, body, type); });
+    }
+
+    httplib::Result get(const std::string& path, const httplib::Headers& headers = {}) {
+        return send([&](httplib::Client& client) { return client.Get(path, headers); });
+    }
+
+    // Reads /events of `page` until `enough` holds for what came so far.
+    std::vector<Event> readStream(const std::string& page, const std::function<bool(const std::vector<Event>&)>& enough,
+                                  const std::function<void()>& whileOpen = {}) {
+        std::mutex mutex;
+        std::vector<Event> events;
+        auto reader = std::async(std::launch::async, [&] {
+            httplib::Client client("127.0.0.1", web_->port());
+            std::string buffer;
+            return client.Get("/events?page=" + page, [&](const char* data, size_t length) {
+                buffer.append(data, length);
+                std::lock_guard lock(mutex);
+                for (size_t end; (end = buffer.find("\n\n")) != std::string::npos; buffer.erase(0, end + 2)) {
+                    std::string block = buffer.substr(0, end);
+                    if (block.starts_with("event: ")) {
+                        auto newline = block.find('\n');
+                        events.push_back(Event{block.substr(7, newline - 7),
+                                               json::parse(block.substr(newline + std::string("\ndata: ").size()))});
+                    }
+                }
+                return !enough(events);
+            });
+        });
+        if (whileOpen) {
+            EXPECT_TRUE(runMainUntil([&] {
+                std::lock_guard lock(mutex);
+                return events.size() >= 6;
+            }));
+            whileOpen();
+        }
+        EXPECT_TRUE(runMainUntil([&] { return isReady(reader); }));
+        reader.get();
+        return events;
+    }
+
+    testing::WebTestApp app_;
+    std::unique_ptr<WebServer> web_;
+};
+
+std::vector<std::string> namesOf(const std::vector<Event>& events) {
+    std::vector<std::string> names;
+    for (const auto& event : events) {
+        names.push_back(event.name);
+    }
+    return names;
+}
+
+TEST_F(WebServerTest, TokenGuardsTheDocumentTheStreamAndTheActionsButNotTheStaticFiles) {
+    serve(kToken);
+    for (const std::string token : {"", "?token=ffffffffffffffffffffffffffffffff"}) {
+        auto document = get("/" + token);
+        ASSERT_TRUE(document);
+        EXPECT_EQ(document->status, 401);
+        EXPECT_EQ(document->get_header_value("Content-Type"), "text/plain; charset=utf-8");
+        EXPECT_NE(document->body.find("access token"), std::string::npos);
+
+        std::string separator = token.empty() ? "?" : "&";
+        auto stream = get("/events" + token + separator + "page=p");
+        ASSERT_TRUE(stream);
+        EXPECT_EQ(stream->status, 401);
+        EXPECT_EQ(json::parse(stream->body)["error"], "missing or wrong access token");
+
+        auto run = post("/api/run" + token, R"({"page":"p","ip":"127.0.0.1","port":"1"})");
+        ASSERT_TRUE(run);
+        EXPECT_EQ(run->status, 401);
+        auto unknown = post("/api/nothing" + token, "{}");
+        ASSERT_TRUE(unknown);
+        EXPECT_EQ(unknown->status, 401);
+    }
+    EXPECT_TRUE(app_.bridges.built->empty());
+
+    auto document = get(std::string("/?token=") + kToken);
+    ASSERT_TRUE(document);
+    EXPECT_EQ(document->status, 200);
+    EXPECT_EQ(document->get_header_value("Referrer-Policy"), "no-referrer");
+    EXPECT_NE(document->body.find("<!doctype html>"), std::string::npos);
+    auto style = get("/style.css");
+    ASSERT_TRUE(style);
+    EXPECT_EQ(style->status, 200);
+    EXPECT_EQ(style->get_header_value("Content-Type"), "text/css; charset=utf-8");
+    auto script = get("/js/main.js");
+    ASSERT_TRUE(script);
+    EXPECT_EQ(script->status, 200);
+}
+
+TEST_F(WebServerTest, ALoopbackListenerRefusesAForeignHostHeader) {
+    serve();
+    auto foreign = get("/", {{"Host", "attacker.example:8080"}});
+    ASSERT_TRUE(foreign);
+    EXPECT_EQ(foreign->status, 403);
+    auto local = get("/", {{"Host", "localhost:8080"}});
+    ASSERT_TRUE(local);
+    EXPECT_EQ(local->status, 200);
+}
+
+TEST_F(WebServerTest, MalformedRequestsAreRefusedWithAnErrorAndChangeNothing) {
+    serve();
+    struct Case {
+        const char* path;
+        const char* body;
+    };
+    const Case cases[] = {
+        {"/api/run", "{not json"},
+        {"/api/run", "[1]"},
+        {"/api/run", ""},
+        {"/api/run", R"({"page":"p","port":"1"})"},
+        {"/api/run", R"({"page":"p","ip":5,"port":"1"})"},
+        {"/api/run", R"({"page":"p","ip":"127.0.0.1","port":null})"},
+        {"/api/run", R"({"ip":"127.0.0.1","port":"1"})"},
+        {"/api/run", R"({"page":"a/b","ip":"127.0.0.1","port":"1"})"},
+        {"/api/alert/dismiss", R"({"page":"p","alert":"otherAlert"})"},
+        {"/api/favourites", R"({"ip":"a"})"},
+        {"/api/favourites", R"({"ip":"a","port":19132})"},
+        {"/api/featured", R"({"featured":"false"})"},
+        {"/api/message/dismiss", R"({"key":1})"},
+        {"/api/scene", R"({"page":"p","phase":"background"})"},
+        {"/api/appear", R"({"page":"p","screen":"HelpView"})"},
+    };
+    for (const auto& each : cases) {
+        auto answer = post(each.path, each.body);
+        ASSERT_TRUE(answer) << each.path << " " << each.body;
+        EXPECT_EQ(answer->status, 400) << each.path << " " << each.body;
+        EXPECT_EQ(answer->get_header_value("Content-Type"), "application/json");
+        EXPECT_FALSE(json::parse(answer->body)["error"].get<std::string>().empty());
+    }
+    auto wrongType = post("/api/favourites", R"({"ip":"a","port":"1"})", "text/plain");
+    ASSERT_TRUE(wrongType);
+    EXPECT_EQ(wrongType->status, 415);
+    auto noPage = get("/events");
+    ASSERT_TRUE(noPage);
+    EXPECT_EQ(noPage->status, 400);
+    auto tooBig = post("/api/favourites", R"({"ip":")" + std::string(70 * 1024, 'a') + R"(","port":"1"})");
+    ASSERT_TRUE(tooBig);
+    EXPECT_EQ(tooBig->status, 413);
+    EXPECT_TRUE(json::parse(tooBig->body).contains("error"));
+
+    // Nothing moved: no row, no run, the switch on, and page p's form as new.
+    auto events = readStream("p", [](const std::vector<Event>& list) { return list.size() >= 6; });
+    ASSERT_GE(events.size(), 6u);
+    EXPECT_EQ(events[2].data, (json{{"emptyIpAlert", false}, {"hypixelAlert", false}, {"invalidIp", false}}));
+    EXPECT_EQ(events[3].data, (json{{"servers", json::array()}}));
+    EXPECT_EQ(events[4].data["featured"], true);
+    EXPECT_EQ(events[1].data["server"], nullptr);
+    EXPECT_TRUE(app_.bridges.built->empty());
+}
+
+TEST_F(WebServerTest, PathsAndMethodsOutsideTheContract) {
+    serve();
+    for (const char* path : {"/api/nothing", "/API.md", "/js/", "/js%2Fmain.js", "/js/..%2fstyle.css"}) {
+        auto answer = get(path);
+        ASSERT_TRUE(answer) << path;
+        EXPECT_EQ(answer->status, 404) << path;
+    }
+    auto wrongMethod = get("/api/run");
+    ASSERT_TRUE(wrongMethod);
+    EXPECT_EQ(wrongMethod->status, 405);
+    EXPECT_EQ(wrongMethod->get_header_value("Allow"), "POST");
+    auto missing = send([](httplib::Client& client) { return client.Delete("/api/favourites/99"); });
+    ASSERT_TRUE(missing);
+    EXPECT_EQ(missing->status, 404);
+    auto notANumber = send([](httplib::Client& client) { return client.Delete("/api/favourites/x1"); });
+    ASSERT_TRUE(notANumber);
+    EXPECT_EQ(notANumber->status, 404);
+    auto noMessage = post("/api/message/dismiss", R"({"key":"bm8="})");
+    ASSERT_TRUE(noMessage);
+    EXPECT_EQ(noMessage->status, 409);
+}
+
+TEST_F(WebServerTest, StreamOpensWithTheWholeStateInOrderThenCarriesEachChange) {
+    serve();
+    auto events = readStream(
+        "p",
+        [](const std::vector<Event>& list) {
+            return std::any_of(list.begin(), list.end(),
+                               [](const Event& event) { return event.name == "favourites" && !event.data["servers"].empty(); });
+        },
+        [&] {
+            auto added = post("/api/favourites", R"({"ip":"play.example.net","port":""})");
+            ASSERT_TRUE(added);
+            EXPECT_EQ(added->status, 201);
+            EXPECT_EQ(json::parse(added->body), (json{{"id", "1"}, {"ip", "play.example.net"}, {"port", "19132"}}));
+        });
+    ASSERT_GE(events.size(), 7u);
+    auto names = namesOf(events);
+    names.resize(6);
+    EXPECT_EQ(names, (std::vector<std::string>{"scene", "running", "form", "favourites", "featured", "message"}));
+    EXPECT_EQ(events[0].data, (json{{"phase", "background"}}));
+    EXPECT_EQ(events[1].data, (json{{"server", nullptr}, {"serverState", "Server is not running!"}}));
+    EXPECT_EQ(events[5].data, (json{{"message", nullptr}}));
+    EXPECT_EQ(events.back().data,
+              (json{{"servers", {{{"id", "1"}, {"ip", "play.example.net"}, {"port", "19132"}}}}}));
+}
+
+TEST_F(WebServerTest, FormEventsGoOnlyToThePageWhoseRunRaisedThem) {
+    serve();
+    auto isRaised = [](const Event& event) { return event.name == "form" && event.data["emptyIpAlert"] == true; };
+    auto mine = readStream(
+        "mine", [&](const std::vector<Event>& list) { return std::any_of(list.begin(), list.end(), isRaised); },
+        [&] {
+            auto run = post("/api/run", R"({"page":"mine","ip":"  ","port":"19132"})");
+            ASSERT_TRUE(run);
+            EXPECT_EQ(run->status, 204);
+        });
+    EXPECT_TRUE(std::any_of(mine.begin(), mine.end(), isRaised));
+
+    auto theirs = readStream("theirs", [](const std::vector<Event>& list) { return list.size() >= 6; });
+    EXPECT_EQ(theirs[2].data, (json{{"emptyIpAlert", false}, {"hypixelAlert", false}, {"invalidIp", false}}));
+}
+
+}  // namespace
+}  // namespace ferrylink::app
