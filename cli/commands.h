@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 namespace ferrylink::cli {
@@ -17,8 +18,22 @@ struct PingOptions {
     int port = 19132;
 };
 
+// What `ferrylink app` is started with. Options left empty keep the app's
+// built-in values with their environment overrides.
+struct AppOptions {
+    std::string listenHost = "127.0.0.1";
+    int listenPort = 8080;
+    std::optional<std::string> backendHost;
+    std::optional<int> backendPort;
+    std::optional<std::string> backendCaFile;
+    std::optional<std::string> dataDirectory;
+    std::optional<std::string> bridgeHost;
+    std::optional<int> bridgePort;
+};
+
 // Each returns the process's exit status.
 int runBridge(const RunOptions& options);
 int pingServer(const PingOptions& options);
+int runApp(const AppOptions& options);
 
 }  // namespace ferrylink::cli

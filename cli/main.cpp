@@ -5,6 +5,7 @@
 #include <iostream>
 #include <string>
 
+#include "app/web/listen_address.h"
 #include "cli/commands.h"
 
 namespace {
@@ -45,6 +46,28 @@ int main(int argc, char** argv) {
     pingCommand->add_option("HOST", ping.host, "The server: a name or an address")->required();
     pingCommand->add_option("PORT", pingPort, "Its UDP port")->capture_default_str();
 
+    AppOptions appOptions;
+    std::string listen = "127.0.0.1:8080";
+    std::string backendPort;
+    std::string bridgePort;
+    auto* appCommand = app.add_subcommand(
+        "app", "Serve the app as a web page: open the printed address in a browser. The bridge runs while a page "
+               "of the app is open and visible. Stops on Ctrl-C.");
+    appCommand->add_option("--listen", listen, "HOST:PORT to serve the page on ([::]:PORT for IPv6); an address "
+                                               "that is not loopback asks for an access token")
+        ->capture_default_str();
+    appCommand->add_option("--backend-host", appOptions.backendHost, "Host of the HTTPS backend (env FERRYLINK_BACKEND_HOST)");
+    appCommand->add_option("--backend-port", backendPort, "Its port (env FERRYLINK_BACKEND_PORT, else 8443)");
+    appCommand->add_option("--backend-ca", appOptions.backendCaFile,
+                           "PEM file of CA certificates to trust for the backend instead of the system's "
+                           "(env FERRYLINK_BACKEND_CA)")
+        ->check(CLI::ExistingFile);
+    appCommand->add_option("--data-dir", appOptions.dataDirectory,
+                           "Folder of the settings and favourites (env FERRYLINK_DATA_DIR, else "
+                           "$XDG_DATA_HOME/ferrylink or ~/.local/share/ferrylink)");
+    appCommand->add_option("--bridge-host", appOptions.bridgeHost, "Local address the bridge answers consoles on (default 0.0.0.0)");
+    appCommand->add_option("--bridge-port", bridgePort, "Local UDP port the bridge answers consoles on (default 19132)");
+
     try {
         app.parse(argc, argv);
         if (runCommand->parsed()) {
@@ -52,6 +75,19 @@ int main(int argc, char** argv) {
             run.listenPort = parsePort(listenPort, "--listen-port");
         } else if (pingCommand->parsed()) {
             ping.port = parsePort(pingPort, "PORT");
+        } else if (appCommand->parsed()) {
+            auto address = ferrylink::app::parseListenAddress(listen);
+            if (!address) {
+                throw CLI::ValidationError("--listen", "'" + listen + "' is not HOST:PORT (port 0-65535)");
+            }
+            appOptions.listenHost = address->host;
+            appOptions.listenPort = address->port;
+            if (!backendPort.empty()) {
+                appOptions.backendPort = parsePort(backendPort, "--backend-port");
+            }
+            if (!bridgePort.empty()) {
+                appOptions.bridgePort = parsePort(bridgePort, "--bridge-port");
+            }
         }
     } catch (const CLI::CallForHelp& help) {
         return app.exit(help);
@@ -66,6 +102,9 @@ int main(int argc, char** argv) {
 
     if (runCommand->parsed()) {
         return runBridge(run);
+    }
+    if (appCommand->parsed()) {
+        return runApp(appOptions);
     }
     return pingServer(ping);
 }
