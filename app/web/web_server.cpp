@@ -233,7 +233,11 @@ public:
         http_.new_task_queue = [] { return new httplib::ThreadPool(kConnectionThreads); };
         http_.set_payload_max_length(kBodyLimit);
         http_.set_tcp_nodelay(true);
-        http_.set_keep_alive_max_count(100);
+        // One request per connection, and a connection that brings none
+        // within a second is dropped: an idle connection holds a thread until
+        // then, and stop() waits for every thread.
+        http_.set_keep_alive_max_count(1);
+        http_.set_keep_alive_timeout(1);
         auto handler = [this](const httplib::Request& request, httplib::Response& response) {
             handle(request, response);
         };
