@@ -4,12 +4,13 @@
 import assert from "node:assert/strict";
 import { after, before, describe, test } from "node:test";
 import { launchBrowser, noAlert, openAlert, openPage, screenshot, startTarget } from "./harness.mjs";
+import { joinAsConsole } from "./launcher.mjs";
 
 let target;
 let browser;
 
 before(async () => {
-  target = await startTarget({ graceMs: 2000 });
+  target = await startTarget();
   browser = await launchBrowser();
 });
 
@@ -107,6 +108,10 @@ describe("scene phase", () => {
       await page.waitForSelector('body[data-synced="true"]');
       assert.equal(await page.textContent("#run"), "Stop");
       await waitForScene(page, "active");
+      // The bridge itself went on: its event-loop group was not replaced.
+      const joined = await joinAsConsole(target);
+      assert.equal(joined.code, 0, joined.output);
+      assert.equal(joined.transfer, "127.0.0.1:19132");
       // The fields are the page's own: a reload starts them afresh.
       assert.deepEqual([await page.inputValue("#ip"), await page.inputValue("#port")], ["", "19132"]);
       await page.fill("#ip", "127.0.0.1");
@@ -167,25 +172,22 @@ describe("appearances", () => {
 });
 
 describe("connection to the server", () => {
-  test("a lost stream shows a banner, and the page recovers when it returns", { skip: Boolean(process.env.FERRYLINK_BASE_URL) }, async () => {
+  test("a lost stream shows a banner, and the page recovers when it returns", async () => {
     const own = await startTarget();
     const page = await openPage(browser.context, own);
     try {
       assert.equal(await page.locator("#banner").isVisible(), false);
-      const port = own.server.port;
-      await own.close();
+      const port = own.port;
+      await own.stopApp();
       await page.waitForSelector("#banner:not([hidden])");
       assert.equal(await page.textContent("#banner"), "Ferrylink can\u2019t be reached. Reconnecting\u2026");
       await screenshot(page, "banner-offline-phone");
-      const again = await startTarget({ port });
-      try {
-        await page.waitForSelector("#banner[hidden]", { state: "attached", timeout: 15000 });
-        assert.equal(await page.getAttribute("body", "data-stream"), "open");
-      } finally {
-        await again.close();
-      }
+      await own.launch({ port });
+      await page.waitForSelector("#banner[hidden]", { state: "attached", timeout: 15000 });
+      assert.equal(await page.getAttribute("body", "data-stream"), "open");
     } finally {
       await page.close();
+      await own.close();
     }
   });
 });

@@ -1,19 +1,18 @@
-// What every browser test shares: the target (the dev server, or an app
-// already running at FERRYLINK_BASE_URL), Debian's Chromium in a fresh
-// profile, page helpers and screenshots.
+// What every browser test shares: the app under test (the real
+// `ferrylink app` with its backend, started by launcher.mjs), Debian's
+// Chromium in a fresh profile, page helpers and screenshots.
 //
 // Environment:
-//   FERRYLINK_BASE_URL  test a running server (e.g. http://127.0.0.1:8080/)
-//                       instead of starting the dev server; loopback only
-//   FERRYLINK_TOKEN     the access token that server wants, if any
+//   FERRYLINK_BIN       the folder of the programs (default build/default/bin)
 //   CHROMIUM            the browser binary (default /usr/bin/chromium)
+//   FERRYLINK_TEST_VERBOSE=1  echo the programs' output
 
 import { mkdir, mkdtemp, rm } from "node:fs/promises";
 import { tmpdir } from "node:os";
 import path from "node:path";
 import { fileURLToPath } from "node:url";
 import { chromium } from "playwright-core";
-import { startDevServer } from "./dev_server.mjs";
+import { startTarget as launchTarget } from "./launcher.mjs";
 
 const here = path.dirname(fileURLToPath(import.meta.url));
 export const OUTPUT_DIR = path.join(here, "test-output");
@@ -30,36 +29,15 @@ export const CHROMIUM_ARGS = [
   "--disable-background-networking",
   "--disable-component-update",
   "--disable-sync",
+  "--disable-features=DnsOverHttps,NetworkTimeServiceQuerying,OptimizationHints,MediaRouter",
+  // No name is ever looked up: every host but localhost resolves to nothing,
+  // so not even a link's prefetch can ask a name server.
+  "--host-resolver-rules=MAP * ~NOTFOUND, EXCLUDE localhost, EXCLUDE 127.0.0.1",
 ];
 
-const LOOPBACK = /^(127(\.\d{1,3}){3}|localhost|\[::1\])$/;
-
-/**
- * The server under test. Without FERRYLINK_BASE_URL a fresh dev server per
- * call, so each test file starts from empty models. `external` is true when
- * the target is someone else's server: tests that need to start a server
- * with particular options skip then.
- */
-export async function startTarget(options = {}) {
-  const external = process.env.FERRYLINK_BASE_URL;
-  if (external) {
-    const base = new URL(external);
-    if (!LOOPBACK.test(base.hostname)) throw new Error(`FERRYLINK_BASE_URL must be a loopback address, not ${base.hostname}`);
-    return {
-      base: base.origin,
-      token: process.env.FERRYLINK_TOKEN ?? "",
-      external: true,
-      async close() {},
-    };
-  }
-  const server = await startDevServer(options);
-  return {
-    base: server.base,
-    token: server.token ?? "",
-    external: false,
-    server,
-    close: () => server.close(),
-  };
+/** A fresh app with its own backend and data; see launcher.mjs for the options. */
+export function startTarget(options = {}) {
+  return launchTarget(options);
 }
 
 /** An address of the target, with its token if it has one. */
@@ -80,7 +58,7 @@ export async function launchBrowser() {
     viewport: PHONE,
     reducedMotion: "no-preference",
   });
-  // Keep every request on the target: nothing leaves loopback.
+  // Keep every request on loopback: nothing leaves the machine.
   await context.route(/^(?!https?:\/\/(127\.0\.0\.1|localhost|\[::1\])[:/])/, (route) => route.abort());
   return {
     context,

@@ -1,0 +1,358 @@
+// Starts the real programs for the browser tests, all on loopback:
+//
+// * `ferrylink-backend` on 127.0.0.2, behind a throw-away certificate
+//   authority made with `openssl`, with the partnered list, blocklist and
+//   message of fixtures/backend.json put in through its own commands;
+// * `ferrylink app` on 127.0.0.1 (a port of the system's choice), with a
+//   data folder of its own, its bridge on a free UDP port of 127.0.0.1, and
+//   a name check that asks no resolver.
+//
+// The backend has an address of its own because Run refuses any host that
+// contains the backend's: the tests run to 127.0.0.1.
+//
+// Programs come from $FERRYLINK_BIN (default build/default/bin of the repo).
+
+import { spawn } from "node:child_process";
+import dgram from "node:dgram";
+import { once } from "node:events";
+import { mkdtemp, readFile, rm, writeFile } from "node:fs/promises";
+import net from "node:net";
+import { tmpdir } from "node:os";
+import path from "node:path";
+import { fileURLToPath } from "node:url";
+
+const here = path.dirname(fileURLToPath(import.meta.url));
+const REPO = path.resolve(here, "../..");
+export const FIXTURE_PATH = path.join(here, "fixtures/backend.json");
+
+export const BACKEND_HOST = "127.0.0.2";
+export const APP_HOST = "127.0.0.1";
+
+/** Where the programs are: $FERRYLINK_BIN (relative to the working folder) or the default build. */
+export function binDir() {
+  const given = process.env.FERRYLINK_BIN;
+  return given ? path.resolve(process.cwd(), given) : path.join(REPO, "build/default/bin");
+}
+
+export function program(name) {
+  return path.join(binDir(), name);
+}
+
+// ------------------------------------------------------------ child programs
+
+/**
+ * A running program whose standard output is read line by line. `lines`
+ * keeps every line; `waitForLine(pattern)` resolves with the first match,
+ * past or future, and rejects when the program ends first.
+ */
+class Child {
+  constructor(file, args, { env = {}, name = path.basename(file) } = {}) {
+    this.name = name;
+    this.lines = [];
+    this.errors = "";
+    this.waiters = new Set();
+    this.process = spawn(file, args, { env: { ...process.env, ...env }, stdio: ["ignore", "pipe", "pipe"] });
+    this.exited = new Promise((resolve) => {
+      this.process.once("exit", (code, signal) => resolve({ code, signal }));
+      this.process.once("error", (error) => resolve({ code: null, signal: null, error }));
+    });
+    this.exited.then((status) => {
+      for (const waiter of this.waiters) waiter.reject(new Error(`${this.name} ended (${JSON.stringify(status)}) before printing ${waiter.pattern}; stderr: ${this.errors}`));
+      this.waiters.clear();
+    });
+    let partial = "";
+    this.process.stdout.setEncoding("utf8");
+    this.process.stdout.on("data", (chunk) => {
+      partial += chunk;
+      let end;
+      while ((end = partial.indexOf("\n")) >= 0) {
+        this.#line(partial.slice(0, end));
+        partial = partial.slice(end + 1);
+      }
+    });
+    this.process.stderr.setEncoding("utf8");
+    this.process.stderr.on("data", (chunk) => {
+      this.errors += chunk;
+      if (process.env.FERRYLINK_TEST_VERBOSE) process.stderr.write(`[${this.name}] ${chunk}`);
+    });
+  }
+
+  #line(line) {
+    this.lines.push(line);
+    if (process.env.FERRYLINK_TEST_VERBOSE) process.stderr.write(`[${this.name}] ${line}\n`);
+    for (const waiter of this.waiters) {
+      const match = waiter.pattern.exec(line);
+      if (match) {
+        this.waiters.delete(waiter);
+        waiter.resolve(match);
+      }
+    }
+  }
+
+  waitForLine(pattern, { timeout = 30000 } = {}) {
+    for (const line of this.lines) {
+      const match = pattern.exec(line);
+      if (match) return Promise.resolve(match);
+    }
+    return new Promise((resolve, reject) => {
+      const waiter = { pattern, resolve, reject };
+      const timer = setTimeout(() => {
+        this.waiters.delete(waiter);
+        reject(new Error(`${this.name} printed no line like ${pattern} within ${timeout} ms; stderr: ${this.errors}`));
+      }, timeout);
+      waiter.resolve = (value) => { clearTimeout(timer); resolve(value); };
+      waiter.reject = (error) => { clearTimeout(timer); reject(error); };
+      this.waiters.add(waiter);
+    });
+  }
+
+  /** SIGTERM, then SIGKILL if the program hasn't ended after `patience` ms. */
+  async stop({ patience = 15000 } = {}) {
+    if (this.process.exitCode !== null || this.process.signalCode !== null) return this.exited;
+    this.process.kill("SIGTERM");
+    const timer = setTimeout(() => this.process.kill("SIGKILL"), patience);
+    const status = await this.exited;
+    clearTimeout(timer);
+    return status;
+  }
+}
+
+/** Runs a program to its end; rejects with its output unless it exits 0. */
+async function run(file, args, options = {}) {
+  const child = new Child(file, args, options);
+  const { code, error } = await child.exited;
+  if (code !== 0) throw new Error(`${path.basename(file)} ${args.join(" ")} failed (${error ?? code}): ${child.errors}`);
+  return child.lines;
+}
+
+// ---------------------------------------------------------------- addresses
+
+/** A TCP port of `host` that nobody listens on right now. */
+export async function freeTcpPort(host) {
+  const server = net.createServer();
+  server.listen(0, host);
+  await once(server, "listening");
+  const { port } = server.address();
+  await new Promise((resolve) => server.close(resolve));
+  return port;
+}
+
+/** A UDP port of 127.0.0.1, with the one after it, that nobody holds right now. */
+export async function freeUdpPort() {
+  for (;;) {
+    const socket = dgram.createSocket("udp4");
+    socket.bind(0, APP_HOST);
+    await once(socket, "listening");
+    const { port } = socket.address();
+    socket.close();
+    // The bridge falls back to the next port when its own is taken.
+    if (port < 65535) return port;
+  }
+}
+
+// ------------------------------------------------------------- certificates
+
+/** A certificate authority and a server certificate for 127.0.0.2, made in `dir`. */
+export async function makeCertificates(dir) {
+  const file = (name) => path.join(dir, name);
+  await writeFile(file("ca.cnf"), [
+    "[req]", "prompt = no", "distinguished_name = dn", "x509_extensions = ca_ext",
+    "[dn]", "CN = Ferrylink Browser Test CA",
+    "[ca_ext]", "basicConstraints = critical, CA:TRUE", "keyUsage = critical, keyCertSign, cRLSign", "subjectKeyIdentifier = hash",
+    "",
+  ].join("\n"));
+  await writeFile(file("server.cnf"), [
+    "[req]", "prompt = no", "distinguished_name = dn",
+    "[dn]", `CN = ${BACKEND_HOST}`,
+    "[server_ext]", "basicConstraints = critical, CA:FALSE", "keyUsage = critical, digitalSignature",
+    "extendedKeyUsage = serverAuth", "subjectKeyIdentifier = hash", "authorityKeyIdentifier = keyid",
+    `subjectAltName = IP:${BACKEND_HOST}`,
+    "",
+  ].join("\n"));
+  const ec = ["-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes"];
+  await run("openssl", ["req", "-x509", "-config", file("ca.cnf"), ...ec, "-keyout", file("ca.key"), "-out", file("ca.pem"), "-days", "2"]);
+  await run("openssl", ["req", "-new", "-config", file("server.cnf"), ...ec, "-keyout", file("server.key"), "-out", file("server.csr")]);
+  await run("openssl", ["x509", "-req", "-in", file("server.csr"), "-CA", file("ca.pem"), "-CAkey", file("ca.key"),
+    "-CAcreateserial", "-CAserial", file("ca.srl"), "-days", "2", "-extfile", file("server.cnf"), "-extensions", "server_ext",
+    "-out", file("server.pem")]);
+  return { ca: file("ca.pem"), certificate: file("server.pem"), key: file("server.key") };
+}
+
+// ------------------------------------------------------------------ backend
+
+/** Fills the backend's database from the fixture, through its own commands. */
+async function seedBackend(database, fixture) {
+  const backend = program("ferrylink-backend");
+  for (const partner of fixture.getStatus ?? []) {
+    await run(backend, ["partner", "add", "--db", database, "--ip", partner.ip, "--title", partner.title,
+      "--port", partner.port, "--subtitle", partner.subtitle, "--players", partner.players,
+      "--max-players", partner.maxPlayers, "--status", partner.status ? "on" : "off"]);
+  }
+  const blocked = (fixture.blacklist ?? []).map((entry) => entry.ip);
+  if (blocked.length > 0) await run(backend, ["block", "add", "--db", database, ...blocked]);
+  // Newest first on the wire: put them in from the last to the first.
+  for (const message of [...(fixture.messages ?? [])].reverse()) {
+    await run(backend, ["message", "add", "--db", database, "--version", message.version, message.message]);
+  }
+}
+
+/**
+ * `ferrylink-backend serve` on 127.0.0.2. `requests` is its request log
+ * ("GET /getStatus", ...); `waitForRequest(text)` waits for a line with it.
+ */
+export async function startBackend({ dir, certificates, fixture }) {
+  const database = path.join(dir, "backend.db");
+  await seedBackend(database, fixture);
+  const child = new Child(program("ferrylink-backend"), ["serve", "--cert", certificates.certificate, "--key", certificates.key,
+    "--listen", BACKEND_HOST, "--port", "0", "--db", database], { name: "ferrylink-backend" });
+  const [, port] = await child.waitForLine(/serving https:\/\/[^\s]+:(\d+)/);
+  return {
+    host: BACKEND_HOST,
+    port: Number(port),
+    database,
+    child,
+    waitForRequest: (text, options) => child.waitForLine(new RegExp(`"${text.replace(/[.*+?^${}()|[\]\\/]/g, "\\$&")}`), options),
+    stop: () => child.stop(),
+  };
+}
+
+// ---------------------------------------------------------------------- app
+
+/**
+ * `ferrylink app` on 127.0.0.1. `backendPort` null points it at a port of
+ * 127.0.0.2 where nothing listens: the backend is down.
+ */
+export async function startApp({ dataDir, certificates, backendPort, bridgePort, port = 0, token = null }) {
+  const backendAt = backendPort ?? await freeTcpPort(BACKEND_HOST);
+  const env = {
+    FERRYLINK_TEST_NAME_CHECK: "offline",
+    FERRYLINK_TEST_LOCAL_ADDRESSES: "",
+    // Nothing of the user's own settings may leak into a test.
+    FERRYLINK_BACKEND_HOST: "",
+    FERRYLINK_BACKEND_PORT: "",
+    FERRYLINK_BACKEND_CA: "",
+    FERRYLINK_DATA_DIR: "",
+  };
+  if (token) env.FERRYLINK_TEST_TOKEN = token;
+  const child = new Child(program("ferrylink"), ["app",
+    "--listen", `${APP_HOST}:${port}`,
+    "--backend-host", BACKEND_HOST, "--backend-port", String(backendAt), "--backend-ca", certificates.ca,
+    "--data-dir", dataDir,
+    "--bridge-host", APP_HOST, "--bridge-port", String(bridgePort)], { env, name: "ferrylink app" });
+  const [, url] = await child.waitForLine(/^Open (http:\/\/\S+)/);
+  const address = new URL(url);
+  return { url, base: address.origin, port: Number(address.port), token: address.searchParams.get("token") ?? "", child, stop: () => child.stop() };
+}
+
+// ------------------------------------------------------------ whole targets
+
+export async function readFixture() {
+  return JSON.parse(await readFile(FIXTURE_PATH, "utf8"));
+}
+
+/**
+ * Opens a stream as a page of its own that reports itself hidden, so that
+ * the app makes its first appearance (message, blocklist, partnered list)
+ * before a test's page comes; then closes it again. With the backend up it
+ * waits until the backend has answered the message and the blocklist, and,
+ * when `expectMessage`, until the message is published: a test's page then
+ * gets it in its first burst instead of in the middle of the test.
+ */
+async function warmUp(app, backend, expectMessage) {
+  const page = "launcher0warm0up";
+  const query = (extra) => `?page=${page}${app.token ? `&token=${app.token}` : ""}${extra}`;
+  const controller = new AbortController();
+  const response = await fetch(`${app.base}/events${query("")}`, { signal: controller.signal });
+  if (response.status !== 200) throw new Error(`the app's stream answered ${response.status}`);
+  const reported = await fetch(`${app.base}/api/scene${app.token ? `?token=${app.token}` : ""}`, {
+    method: "POST",
+    headers: { "Content-Type": "application/json" },
+    body: JSON.stringify({ page, phase: "hidden" }),
+  });
+  if (reported.status !== 204) throw new Error(`the app refused the warm-up's scene report: ${reported.status}`);
+  try {
+    if (!backend) return;
+    await backend.waitForRequest("GET /message/by-version");
+    await backend.waitForRequest("GET /blacklist/all");
+    if (!expectMessage) return;
+    const decoder = new TextDecoder();
+    let buffer = "";
+    for await (const chunk of response.body) {
+      buffer += decoder.decode(chunk, { stream: true });
+      if (/event: message\ndata: \{"message":\{/.test(buffer)) return;
+    }
+    throw new Error("the app's stream ended before the backend's message came");
+  } finally {
+    controller.abort();
+  }
+}
+
+/**
+ * The app under test with its backend. Options:
+ *   token          a token the app asks for even on loopback
+ *   backend        false: no backend at all (the app's requests are refused)
+ *   expectMessage  whether the app will present the fixture's message at
+ *                  start (default: when the backend is up and the fixture has one)
+ *   port           the app's TCP port (default: the system's choice)
+ *
+ * restart() ends the app and starts it again on the same data folder and
+ * backend (and, unless told otherwise, the same port and token).
+ */
+export async function startTarget(options = {}) {
+  const fixture = options.fixture ?? await readFixture();
+  const dir = await mkdtemp(path.join(tmpdir(), "ferrylink-web-test-"));
+  const certificates = await makeCertificates(dir);
+  const dataDir = path.join(dir, "data");
+  const bridgePort = await freeUdpPort();
+  const backend = options.backend === false ? null : await startBackend({ dir, certificates, fixture });
+
+  const target = { dir, dataDir, bridgePort, backend, certificates, fixture, app: null };
+  target.launch = async ({ token = options.token ?? null, port = options.port ?? 0, expectMessage } = {}) => {
+    const app = await startApp({ dataDir, certificates, backendPort: backend?.port ?? null, bridgePort, port, token });
+    target.app = app;
+    target.base = app.base;
+    target.port = app.port;
+    target.token = app.token;
+    const wantsMessage = expectMessage ?? options.expectMessage ?? (backend !== null && (fixture.messages ?? []).length > 0);
+    await warmUp(app, backend, wantsMessage);
+    return target;
+  };
+  target.stopApp = async () => {
+    const status = await target.app?.stop();
+    target.app = null;
+    return status;
+  };
+  target.restart = async (launchOptions = {}) => {
+    const port = target.port;
+    const token = target.token || null;
+    await target.stopApp();
+    return target.launch({ port, token, ...launchOptions });
+  };
+  target.close = async () => {
+    await target.stopApp();
+    await backend?.stop();
+    await rm(dir, { recursive: true, force: true });
+  };
+
+  try {
+    await target.launch();
+  } catch (error) {
+    await target.close().catch(() => {});
+    throw error;
+  }
+  return target;
+}
+
+// ------------------------------------------------------- simulated console
+
+/**
+ * Joins the bridge of `target` as a console would and reports where it was
+ * sent: { code, transfer: "host:port" | null, output }.
+ */
+export async function joinAsConsole(target, { timeout = 20000 } = {}) {
+  const child = new Child(program("ferrylink-simconsole"), ["--host", APP_HOST, "--port", String(target.bridgePort),
+    "--timeout", String(timeout)], { name: "ferrylink-simconsole" });
+  const { code } = await child.exited;
+  const transfer = child.lines.map((line) => /^Transfer: (\S+)$/.exec(line)?.[1]).find(Boolean) ?? null;
+  return { code, transfer, output: [...child.lines, child.errors].join("\n") };
+}
