@@ -1,0 +1,105 @@
+#include "bridge/packets/raw_deflate.h"
+
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <cstdint>
+#include <thread>
+#include <vector>
+
+#include "support/hex.h"
+
+namespace ferrylink::bridge {
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+// What a compressor made for this one input alone gives: raw DEFLATE at the
+// default level, window bits -15, memory level 8, the whole input in one call.
+Bytes freshStream(const Bytes& input) {
+    z_stream stream{};
+    EXPECT_EQ(deflateInit2(&stream, Z_DEFAULT_COMPRESSION, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY), Z_OK);
+    Bytes output(deflateBound(&stream, static_cast<uLong>(input.size())));
+    stream.next_in = const_cast<Bytef*>(input.data());
+    stream.avail_in = static_cast<uInt>(input.size());
+    stream.next_out = output.data();
+    stream.avail_out = static_cast<uInt>(output.size());
+    EXPECT_EQ(deflate(&stream, Z_FINISH), Z_STREAM_END);
+    output.resize(stream.total_out);
+    deflateEnd(&stream);
+    return output;
+}
+
+// A level chunk as the bridge sends it, and text that compresses well.
+Bytes chunkLike() {
+    Bytes bytes = testing::bytesFromHex("BA 00 85 00 85 00 00 00 82 82 00 0A 00 00");
+    bytes.resize(bytes.size() + 255, 0x00);
+    return bytes;
+}
+
+Bytes repetitive(size_t size) {
+    Bytes bytes(size);
+    for (size_t i = 0; i < size; ++i) {
+        bytes[i] = static_cast<uint8_t>("minecraft:entity_identifier "[i % 28] ^ (i / 4096));
+    }
+    return bytes;
+}
+
+// Past two output blocks, incompressible enough to stay large.
+Bytes noisy(size_t size) {
+    Bytes bytes(size);
+    uint32_t state = 0x12345678;
+    for (auto& byte : bytes) {
+        state = state * 1664525 + 1013904223;
+        byte = static_cast<uint8_t>(state >> 24);
+    }
+    return bytes;
+}
+
+TEST(RawDeflateTest, EveryCallGivesTheBytesOfAFreshStream) {
+    // In this order on one thread: a batch must not be shaped by the one before
+    // it, also where the next repeats what the last held.
+    const std::vector<Bytes> inputs = {testing::bytesFromHex("81 00 09"), chunkLike(), chunkLike(), {},
+                                       repetitive(9000), noisy(200000), testing::bytesFromHex("81 00 09"),
+                                       repetitive(9000)};
+    for (size_t i = 0; i < inputs.size(); ++i) {
+        auto compressed = deflateRaw(inputs[i]);
+        ASSERT_TRUE(compressed) << "input " << i;
+        EXPECT_EQ(*compressed, freshStream(inputs[i])) << "input " << i;
+        auto inflated = inflateRaw(*compressed);
+        ASSERT_TRUE(inflated) << "input " << i;
+        EXPECT_EQ(*inflated, inputs[i]) << "input " << i;
+    }
+}
+
+TEST(RawDeflateTest, ThreadsCompressAndInflateApart) {
+    const Bytes first = repetitive(70000);
+    const Bytes second = chunkLike();
+    std::vector<std::thread> threads;
+    std::vector<char> same(4, 0);
+    for (size_t t = 0; t < same.size(); ++t) {
+        threads.emplace_back([&, t] {
+            const Bytes& input = t % 2 == 0 ? first : second;
+            bool all = true;
+            for (int round = 0; round < 20; ++round) {
+                auto compressed = deflateRaw(input);
+                all = all && compressed && *compressed == freshStream(input) && inflateRaw(*compressed) == input;
+            }
+            same[t] = all;
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(same, std::vector<char>(same.size(), 1));
+}
+
+TEST(RawDeflateTest, AFailedInflateLeavesTheNextOneWhole) {
+    auto compressed = deflateRaw(repetitive(5000)).value();
+    EXPECT_FALSE(inflateRaw(std::span<const uint8_t>(compressed).first(compressed.size() / 2)));
+    EXPECT_FALSE(inflateRaw(testing::bytesFromHex("FF FF FF")));
+    EXPECT_EQ(inflateRaw(compressed), repetitive(5000));
+}
+
+}  // namespace
+}  // namespace ferrylink::bridge
