@@ -38,21 +38,27 @@ std::vector<ByteBuffer> BatchPacket::getPackets() {
 }
 
 void BatchPacket::decode(ByteBuffer& buffer) {
-    auto body = forced(buffer.readBytes(buffer.readableBytes()));
+    // Inflated or copied straight from where the datagram landed.
+    auto body = buffer.readableView();
     if (compressionAlgorithm_ == CompressionAlgorithm::ZLIB) {
-        body = forced(inflateRaw(body));
+        buf = ByteBuffer(forced(inflateRaw(body)));
+    } else {
+        buf = ByteBuffer(body);
     }
-    buf = ByteBuffer(body);
+    buffer.moveReaderIndexForwardBy(static_cast<int64_t>(body.size()));
 }
 
 void BatchPacket::encodeHeader(ByteBuffer& buffer) { buffer.writeInteger<uint8_t>(NetworkId); }
 
 void BatchPacket::encode(ByteBuffer& buffer) {
-    auto content = forced(buf->readBytes(buf->readableBytes()));
+    // Deflated or copied straight from the batch's own store.
+    auto content = buf->readableView();
     if (compressionAlgorithm_ == CompressionAlgorithm::ZLIB) {
-        content = forced(deflateRaw(content));
+        buffer.writeBytes(forced(deflateRaw(content)));
+    } else {
+        buffer.writeBytes(content);
     }
-    buffer.writeBytes(content);
+    buf->moveReaderIndexForwardBy(static_cast<int64_t>(content.size()));
 }
 
 }  // namespace ferrylink::bridge
