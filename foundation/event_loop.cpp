@@ -95,14 +95,20 @@ EventLoop::~EventLoop() {
 bool EventLoop::inEventLoop() const { return threadId_.load() == std::this_thread::get_id(); }
 
 bool EventLoop::execute(std::function<void()> task) {
+    bool first = false;
     {
         std::lock_guard lock(tasksMutex_);
         if (!accepting_) {
             return false;
         }
+        // Tasks already waiting have woken the loop, which takes them all in
+        // one batch: one wake per batch spares a system call per task.
+        first = tasks_.empty();
         tasks_.push_back(std::move(task));
     }
-    wake();
+    if (first) {
+        wake();
+    }
     return true;
 }
 
