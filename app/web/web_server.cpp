@@ -318,6 +318,9 @@ public:
                 hosts.insert(hosts.end(), v6.begin(), v6.end());
             }
         }
+        // A phone needs a network address; this machine's own browser can
+        // do with any, so loopback goes last.
+        std::stable_partition(hosts.begin(), hosts.end(), [](const std::string& each) { return !isLoopbackHost(each); });
         if (hosts.empty()) {
             hosts.push_back(host);
         }
