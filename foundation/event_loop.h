@@ -127,6 +127,7 @@ private:
 
     std::mutex tasksMutex_;
     std::deque<std::function<void()>> tasks_;
+    std::deque<std::function<void()>> running_;  // loop thread only: the batch runTasks works through
     bool accepting_ = true;        // guarded by tasksMutex_
     bool shutdownAsked_ = false;   // guarded by tasksMutex_
 
