@@ -14,7 +14,7 @@ void LevelChunkPacket::encode(foundation::ByteBuffer& buffer) {
     foundation::ByteBuffer tag = ServerLink::current()->channelAllocator().buffer(dataLength);
     writeEmptyCompoundTag(tag);
     std::array<uint8_t, dataLength> data{};
-    auto tagBytes = foundation::forced(tag.readBytes(tag.readableBytes()));
+    auto tagBytes = tag.readableView();
     std::copy(tagBytes.begin(), tagBytes.end(), data.begin());
 
     foundation::writeSignedVarInt(buffer, chunkX);

@@ -111,7 +111,12 @@ void writeIPv4(ByteBuffer& buffer, std::string_view text, uint16_t port) {
 }
 
 uint32_t readU24(ByteBuffer& buffer) {
-    auto bytes = forced(buffer.readBytes(3));
+    // Read in place: this runs for every datagram and frame that arrives.
+    auto bytes = buffer.readableView();
+    if (bytes.size() < 3) {
+        foundation::fatalFault();
+    }
+    buffer.moveReaderIndexForwardBy(3);
     return static_cast<uint32_t>(bytes[0]) | static_cast<uint32_t>(bytes[1]) << 8 |
            static_cast<uint32_t>(bytes[2]) << 16;
 }
