@@ -30,10 +30,12 @@
 #include <condition_variable>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <mutex>
 #include <optional>
+#include <random>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -102,11 +104,30 @@ uint16_t localPort(int fd) {
 
 struct ProcessSample {
     SteadyClock::time_point at;
-    long cpuTicks = 0;  // user + system, all threads
+    long cpuTicks = 0;  // user + system of all threads, live and ended, in clock ticks
+    long long runNs = 0;  // time on a CPU of the live threads, in nanoseconds
     long rssKiB = 0;
+    long anonKiB = 0;  // of which the process's own memory
+    long fileKiB = 0;  // and mapped files: the program and its libraries
     long hwmKiB = 0;
     long drops = 0;  // datagrams the kernel dropped at the watched UDP port
 };
+
+// The schedulers' own count of time on a CPU, summed over the live threads:
+// finer than the 10 ms ticks of /proc/<pid>/stat, which a short window of an
+// idle process can't resolve.
+long long runNanoseconds(pid_t pid) {
+    long long total = 0;
+    std::error_code error;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task", error)) {
+        std::ifstream schedstat(task.path() / "schedstat");
+        long long ns = 0;
+        if (schedstat >> ns) {
+            total += ns;
+        }
+    }
+    return total;
+}
 
 // The drops column of /proc/<pid>/net/udp for the socket bound to 127.0.0.1:`port`.
 long socketDrops(pid_t pid, int port) {
@@ -152,10 +173,15 @@ std::optional<ProcessSample> sampleProcess(pid_t pid, int port) {
     while (std::getline(status, line)) {
         if (line.starts_with("VmRSS:")) {
             sample.rssKiB = std::stol(line.substr(6));
+        } else if (line.starts_with("RssAnon:")) {
+            sample.anonKiB = std::stol(line.substr(8));
+        } else if (line.starts_with("RssFile:")) {
+            sample.fileKiB = std::stol(line.substr(8));
         } else if (line.starts_with("VmHWM:")) {
             sample.hwmKiB = std::stol(line.substr(6));
         }
     }
+    sample.runNs = runNanoseconds(pid);
     if (port > 0) {
         sample.drops = socketDrops(pid, port);
     }
@@ -201,7 +227,9 @@ public:
 
     // CPU in percent of one core over each window between samples, resident
     // memory at each sample, the kernel's high-water mark and the datagrams
-    // dropped at the port meanwhile.
+    // dropped at the port meanwhile. The mean over the whole watch comes from
+    // /proc/<pid>/stat; the windows from the scheduler's nanoseconds, or from
+    // stat's ticks where a thread ended within the window.
     void report(const std::string& label) {
         stop();
         if (samples_.size() < 2) {
@@ -210,14 +238,22 @@ public:
         const double ticksPerSecond = static_cast<double>(::sysconf(_SC_CLK_TCK));
         std::vector<double> shares;
         std::vector<double> resident;
+        std::vector<double> anon;
+        std::vector<double> file;
         for (size_t i = 1; i < samples_.size(); ++i) {
-            double elapsed = Seconds(samples_[i].at - samples_[i - 1].at).count();
+            const auto& before = samples_[i - 1];
+            const auto& after = samples_[i];
+            double elapsed = Seconds(after.at - before.at).count();
             // A last window much shorter than the period says little about the share.
             if (elapsed > 0.05) {
-                shares.push_back(100.0 * static_cast<double>(samples_[i].cpuTicks - samples_[i - 1].cpuTicks) /
-                                 ticksPerSecond / elapsed);
+                double busy = after.runNs >= before.runNs
+                                  ? static_cast<double>(after.runNs - before.runNs) / 1e9
+                                  : static_cast<double>(after.cpuTicks - before.cpuTicks) / ticksPerSecond;
+                shares.push_back(100.0 * busy / elapsed);
             }
-            resident.push_back(static_cast<double>(samples_[i].rssKiB));
+            resident.push_back(static_cast<double>(after.rssKiB));
+            anon.push_back(static_cast<double>(after.anonKiB));
+            file.push_back(static_cast<double>(after.fileKiB));
         }
         const auto& first = samples_.front();
         const auto& last = samples_.back();
@@ -229,7 +265,9 @@ public:
                   << " cpu_mean_pct=" << fixed(100.0 * ticks / ticksPerSecond / elapsed, 3)
                   << " cpu_ms=" << fixed(1000.0 * ticks / ticksPerSecond, 0)
                   << " rss_median_kib=" << fixed(percentile(resident, 0.5), 0)
-                  << " rss_max_kib=" << fixed(percentile(resident, 1.0), 0) << " hwm_kib=" << last.hwmKiB
+                  << " rss_max_kib=" << fixed(percentile(resident, 1.0), 0)
+                  << " anon_median_kib=" << fixed(percentile(anon, 0.5), 0)
+                  << " file_median_kib=" << fixed(percentile(file, 0.5), 0) << " hwm_kib=" << last.hwmKiB
                   << " drops=" << last.drops - first.drops << " windows=" << shares.size()
                   << " seconds=" << fixed(elapsed, 2) << std::endl;
     }
@@ -340,6 +378,13 @@ Round joinAtOnce(const JoinSettings& settings) {
         std::unique_lock lock(mutex);
         changed.wait_for(lock, std::chrono::milliseconds(settings.timeoutMs) / 2,
                          [&] { return lined == settings.consoles; });
+    }
+    // The bridge sends queued replies on a 10 ms tick. A start at a random
+    // point of that tick keeps one round's timing from setting the next one's.
+    static thread_local std::mt19937 random{std::random_device{}()};
+    std::this_thread::sleep_for(std::chrono::microseconds(std::uniform_int_distribution<int>(0, 9999)(random)));
+    {
+        std::lock_guard lock(mutex);
         go = true;
         released = SteadyClock::now();
     }
