@@ -158,7 +158,7 @@ latency_row() {  # label, file
 }
 
 echo
-echo "Date: $(date -u '+%Y-%m-%d %H:%M UTC'); commit $(git -C "$root" rev-parse --short HEAD);" \
+echo "Date: $(date -u '+%Y-%m-%d %H:%M UTC'); commit $(git -C "$root" rev-parse --short HEAD 2>/dev/null || echo unknown);" \
   "$(nproc) cores, $(awk '/MemTotal/ { printf "%.1f GiB", $2 / 1048576 }' /proc/meminfo) memory;" \
   "load average at the end $(cut -d' ' -f1-3 /proc/loadavg)"
 echo
