@@ -99,14 +99,8 @@ TEST_F(RealBackend, MessagesArriveBeforeTheirCompletion) {
 }
 
 TEST_F(RealBackend, StatusRefreshesAtMostEveryFiveSecondsFromTheLastSuccess) {
-    backend::PartneredServer partner;
-    partner.ip = "play.example.net";
-    partner.port = "19132";
-    partner.title = "Example";
-    partner.subtitle = "\u00A7aOnline";
-    partner.players = "5";
-    partner.maxPlayers = "100";
-    store_.addPartner(partner);
+    store_.addPartner({.status = true, .ip = "play.example.net", .port = "19132", .title = "Example",
+                       .subtitle = "\u00A7aOnline", .players = "5", .maxPlayers = "100"});
 
     auto partnered = PartneredServers::make(session_);
     int64_t before = foundation::Clock::currentTimeMillis();
@@ -209,86 +203,69 @@ TEST(BackendFailuresDeathTest, RunReportToAnAddressThatDoesNotParseIsFatal) {
 
 // A backend that answers whatever body a test gives it, to try the decoder
 // on answers the real one never gives.
-class ScriptedBackend {
-public:
-    ScriptedBackend()
-        : server_(TestCertificate::shared().serverCertificate().c_str(),
-                  TestCertificate::shared().serverKey().c_str()) {
+class Decoding : public ::testing::Test {
+protected:
+    Decoding()
+        : server_(TestCertificate::shared().serverCertificate().c_str(), TestCertificate::shared().serverKey().c_str()) {
         for (const char* path : {"/blacklist/all", "/getStatus", "/message/by-version"}) {
             server_.Get(path, [this, path = std::string(path)](const httplib::Request&, httplib::Response& response) {
                 std::lock_guard lock(mutex_);
                 response.set_content(bodies_[path], "application/json");
             });
         }
-        port_ = server_.bind_to_any_port("127.0.0.1");
+        session_ = sessionFor(server_.bind_to_any_port("127.0.0.1"));
         thread_ = std::thread([this] { server_.listen_after_bind(); });
     }
-    ~ScriptedBackend() {
+    ~Decoding() override {
         server_.stop();
         thread_.join();
     }
 
-    int port() const { return port_; }
     void answer(const std::string& path, std::string body) {
         std::lock_guard lock(mutex_);
         bodies_[path] = std::move(body);
     }
 
-private:
-    httplib::SSLServer server_;
-    std::mutex mutex_;
-    std::map<std::string, std::string> bodies_;
-    int port_ = 0;
-    std::thread thread_;
-};
-
-class Decoding : public ::testing::Test {
-protected:
-    // Fetches the blacklist once with `body` as the answer; std::nullopt
-    // when the fetch failed (and logged).
-    std::optional<std::vector<BlacklistServer>> blacklistFrom(const std::string& body) {
-        backend_.answer("/blacklist/all", body);
-        LogCollector log;
-        auto blacklist = BlacklistServers::make(session_);
-        onMain([&] { blacklist->fetchBlacklist(); });
-        EXPECT_TRUE(runMainUntil([&] { return log.count() > 0 || blacklist->fetched(); }));
-        if (log.count() > 0) {
-            EXPECT_EQ(log.lines(), std::vector<std::string>{"Fetch failed: Unknown error"});
-            return std::nullopt;
-        }
-        return blacklist->servers.getUnchecked();
-    }
-
     std::vector<PartneredServer> statusFrom(const std::string& body) {
-        backend_.answer("/getStatus", body);
+        answer("/getStatus", body);
         auto partnered = PartneredServers::make(session_);
         onMain([&] { partnered->fetchStatus(); });
         EXPECT_TRUE(runMainUntil([&] { return partnered->lastFetch() != -1; }));
         return partnered->servers.getUnchecked();
     }
 
-    ScriptedBackend backend_;
-    std::shared_ptr<BackendSession> session_ = sessionFor(backend_.port());
+    httplib::SSLServer server_;
+    std::mutex mutex_;
+    std::map<std::string, std::string> bodies_;
+    std::thread thread_;
+    std::shared_ptr<BackendSession> session_;
 };
 
-TEST_F(Decoding, BadObjectCostsOnlyItself) {
-    EXPECT_EQ(blacklistFrom(R"([{"ip":"a"}, {"x":1}, {"ip":"b"}])"),
-              (std::vector<BlacklistServer>{{"a"}, {"b"}}));
-}
-
-TEST_F(Decoding, BareValueInTheArrayFailsTheWholeAnswer) {
-    EXPECT_EQ(blacklistFrom(R"([{"ip":"a"}, 5])"), std::nullopt);
-    EXPECT_EQ(blacklistFrom(R"([{"ip":"a"}, "b"])"), std::nullopt);
-}
-
-TEST_F(Decoding, RootMustBeAnArrayOfJson) {
-    EXPECT_EQ(blacklistFrom(R"({"servers":[{"ip":"a"}]})"), std::nullopt);
-    EXPECT_EQ(blacklistFrom("<html>busy</html>"), std::nullopt);
-    EXPECT_EQ(blacklistFrom(""), std::nullopt);
-}
-
-TEST_F(Decoding, EmptyArrayIsASuccess) {
-    EXPECT_EQ(blacklistFrom("[]"), std::vector<BlacklistServer>{});
+// A bad object costs only itself; a bad value of another kind, or a root
+// that is no array of JSON, costs the whole answer.
+TEST_F(Decoding, BlacklistAnswers) {
+    using Servers = std::optional<std::vector<BlacklistServer>>;
+    const std::pair<const char*, Servers> answers[] = {
+        {R"([{"ip":"a"}, {"x":1}, {"ip":"b"}])", std::vector<BlacklistServer>{{"a"}, {"b"}}},
+        {"[]", std::vector<BlacklistServer>{}},
+        {R"([{"ip":"a"}, 5])", std::nullopt},
+        {R"([{"ip":"a"}, "b"])", std::nullopt},
+        {R"({"servers":[{"ip":"a"}]})", std::nullopt},
+        {"<html>busy</html>", std::nullopt},
+        {"", std::nullopt},
+    };
+    for (const auto& [body, expected] : answers) {
+        answer("/blacklist/all", body);
+        LogCollector log;
+        auto blacklist = BlacklistServers::make(session_);
+        onMain([&] { blacklist->fetchBlacklist(); });
+        ASSERT_TRUE(runMainUntil([&] { return log.count() > 0 || blacklist->fetched(); })) << body;
+        if (expected) {
+            EXPECT_EQ(blacklist->servers.getUnchecked(), *expected) << body;
+        } else {
+            EXPECT_EQ(log.lines(), std::vector<std::string>{"Fetch failed: Unknown error"}) << body;
+        }
+    }
     EXPECT_TRUE(statusFrom("[]").empty());
 }
 
@@ -303,13 +280,13 @@ TEST_F(Decoding, PartneredFieldsButStatusMustBeText) {
 }
 
 TEST_F(Decoding, FailureAfterSuccessReplacesTheRowsWithThePlaceholder) {
-    backend_.answer("/getStatus",
-                    R"([{"status":true,"ip":"a","port":"1","title":"t","subtitle":"s","players":"-","maxPlayers":"-"}])");
+    answer("/getStatus",
+           R"([{"status":true,"ip":"a","port":"1","title":"t","subtitle":"s","players":"-","maxPlayers":"-"}])");
     auto partnered = PartneredServers::make(session_);
     onMain([&] { partnered->fetchStatus(); });
     ASSERT_TRUE(runMainUntil([&] { return partnered->lastFetch() != -1; }));
     int64_t firstSuccess = partnered->lastFetch();
-    backend_.answer("/getStatus", "[1]");
+    answer("/getStatus", "[1]");
     LogCollector log;
     onMain([&] {
         foundation::Clock::advance(PartneredServers::refreshIntervalMillis + 1);
@@ -321,7 +298,7 @@ TEST_F(Decoding, FailureAfterSuccessReplacesTheRowsWithThePlaceholder) {
 }
 
 TEST_F(Decoding, MessageIdIsAWholeNumber) {
-    backend_.answer("/message/by-version", R"([
+    answer("/message/by-version", R"([
         {"id":7.0,"version":"1.19.50","message":"whole"},
         {"id":7.5,"version":"1.19.50","message":"fraction"},
         {"id":"7","version":"1.19.50","message":"text"},

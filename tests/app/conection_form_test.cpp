@@ -10,7 +10,6 @@ namespace ferrylink::app {
 namespace {
 
 using testing::FakeBridgeFactory;
-using testing::numericNameCheck;
 using testing::onMain;
 using testing::runMainUntil;
 
@@ -32,7 +31,7 @@ protected:
                 .nameCheck =
                     [this](const std::string& host, const std::string& port) {
                         nameChecks_.push_back(host + " " + port);
-                        return resolves_ && (host != ":::" || numericNameCheck(host, port));
+                        return resolves_;
                     },
                 .backendHost = "backend.example",
                 .bridgeHost = "127.0.0.1",
@@ -84,36 +83,36 @@ TEST_F(ConectionFormTest, CleansSchemeCaseAndTypedPort) {
     });
 }
 
-TEST_F(ConectionFormTest, HostCleaningExamples) {
-    const std::pair<const char*, const char*> examples[] = {
-        {"example.com/x", "example.com/x"},     // no colon: the path stays
-        {"http://https://x", "x"},              // the second test sees what the first left
-        {"x.http://y", "x.http"},               // no prefix, nothing removed; the colon still cuts
-        {"2001:db8::1", "2001"},                // an IPv6 literal is cut at its first colon
-        {"  My Server.Example ", "myserver.example"},
-        {"\u00C9COLE.example", "\u00E9cole.example"},
+// What reaches the name check; none of these resolves, so each ends in the
+// invalid address alert.
+TEST_F(ConectionFormTest, CleaningExamples) {
+    const struct {
+        const char* host;
+        const char* port;
+        const char* checked;
+    } examples[] = {
+        {"example.com/x", "19132", "example.com/x 19132"},  // no colon: the path stays
+        {"http://https://x", "19132", "x 19132"},           // the second test sees what the first left
+        {"x.http://y", "19132", "x.http 19132"},            // no prefix, nothing removed; the colon still cuts
+        {"2001:db8::1", "19132", "2001 19132"},             // an IPv6 literal is cut at its first colon
+        {":::", "19132", "::: 19132"},                      // no pieces: the colons stay
+        {"  My Server.Example ", "19132", "myserver.example 19132"},
+        {"\u00C9COLE.example", "19132", "\u00E9cole.example 19132"},
+        {"10.0.0.1", "1234567", "10.0.0.1 123456"},
     };
-    for (const auto& [typed, cleaned] : examples) {
+    resolves_ = false;
+    for (const auto& example : examples) {
         nameChecks_.clear();
-        resolves_ = false;
-        press(typed, "19132");
-        EXPECT_EQ(nameChecks_, std::vector<std::string>{std::string(cleaned) + " 19132"}) << typed;
+        bool alert = false;
+        press(example.host, example.port);
+        onMain([&] {
+            alert = form_->invalidIp.get();
+            form_->invalidIp.set(false);
+        });
+        EXPECT_EQ(nameChecks_, std::vector<std::string>{example.checked}) << example.host;
+        EXPECT_TRUE(alert) << example.host;
     }
-}
-
-TEST_F(ConectionFormTest, OnlyColonsStayAndFailTheNameCheck) {
-    bool alert = false;
-    press(":::", "19132");
-    onMain([&] { alert = form_->invalidIp.get(); });
-    EXPECT_EQ(nameChecks_, std::vector<std::string>{"::: 19132"});
-    EXPECT_TRUE(alert);
     EXPECT_FALSE(running());
-}
-
-TEST_F(ConectionFormTest, LongPortIsCutToSixDigits) {
-    press("10.0.0.1", "1234567");
-    EXPECT_EQ(nameChecks_, std::vector<std::string>{"10.0.0.1 123456"});
-    EXPECT_EQ(lastBridge()->arguments.transferPort, 123456);
 }
 
 TEST_F(ConectionFormTest, EmptyPortTransfersTo19132ButShowsAndPostsEmpty) {
@@ -124,7 +123,7 @@ TEST_F(ConectionFormTest, EmptyPortTransfersTo19132ButShowsAndPostsEmpty) {
     EXPECT_EQ(bridges_.events->at(3), "postLog 10.0.0.1 ''");
 }
 
-TEST_F(ConectionFormTest, StartRunsItsStepsInOrderWithTheAdvert) {
+TEST_F(ConectionFormTest, StartRunsItsStepsInOrder) {
     press("play.example.net", "19133");
     EXPECT_EQ(*bridges_.events, (std::vector<std::string>{"keyboard", "construct", "printer",
                                                           "postLog play.example.net '19133'", "start"}));
@@ -135,14 +134,6 @@ TEST_F(ConectionFormTest, StartRunsItsStepsInOrderWithTheAdvert) {
     EXPECT_EQ(bridge->arguments.hostIp, "127.0.0.1");
     EXPECT_EQ(bridge->printer, std::shared_ptr<raknet::Printer>(&form_->output(), [](auto*) {}));
     onMain([&] { EXPECT_EQ(bridge->group, groupModel_->group.get()); });
-    EXPECT_EQ(bridge->advert.motd, "Ferrylink");
-    EXPECT_EQ(bridge->advert.name, "Join me!");
-    EXPECT_EQ(bridge->advert.protocolVersion, 560);
-    EXPECT_EQ(bridge->advert.version, "1.19.50");
-    EXPECT_EQ(bridge->advert.currentPlayers, 0);
-    EXPECT_EQ(bridge->advert.maxPlayers, 99);
-    EXPECT_EQ(bridge->advert.gamemode, "Creative");
-    EXPECT_EQ(bridge->advert.serverId, 0);
 }
 
 TEST_F(ConectionFormTest, EmptyHostTogglesItsAlert) {
@@ -236,7 +227,6 @@ TEST_F(ConectionFormTest, StoppedBridgeIsNotStoppedTwice) {
 TEST(ResolverNameCheck, NumericAddressesOfBothFamiliesPass) {
     EXPECT_TRUE(resolverNameCheck("127.0.0.1", "19132"));
     EXPECT_TRUE(resolverNameCheck("::1", "19132"));
-    EXPECT_TRUE(resolverNameCheck("localhost", "19132"));
 }
 
 }  // namespace
