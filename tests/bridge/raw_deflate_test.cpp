@@ -40,7 +40,7 @@ Bytes chunkLike() {
 Bytes repetitive(size_t size) {
     Bytes bytes(size);
     for (size_t i = 0; i < size; ++i) {
-        bytes[i] = static_cast<uint8_t>("minecraft:entity_identifier "[i % 28] ^ (i / 4096));
+        bytes[i] = static_cast<uint8_t>("ferrylink:world_table_entry "[i % 28] ^ (i / 4096));
     }
     return bytes;
 }
