@@ -98,23 +98,23 @@ private:
 
 // "lo..hi" stands for every whole number from lo to hi; anything else is a
 // comma-separated list of values.
-std::vector<std::string> expandValues(const Table& table, const Row& row, std::string_view spec,
+std::vector<std::string> expandValues(const Table& table, const Row& row, std::string_view valueList,
                                       bool numeric) {
     std::vector<std::string> values;
-    if (const auto dots = spec.find(".."); numeric && dots != std::string_view::npos) {
+    if (const auto dots = valueList.find(".."); numeric && dots != std::string_view::npos) {
         int low = 0;
         int high = 0;
-        const auto first = spec.substr(0, dots);
-        const auto last = spec.substr(dots + 2);
+        const auto first = valueList.substr(0, dots);
+        const auto last = valueList.substr(dots + 2);
         const auto [lowEnd, lowError] = std::from_chars(first.data(), first.data() + first.size(), low);
         const auto [highEnd, highError] = std::from_chars(last.data(), last.data() + last.size(), high);
         if (lowError != std::errc() || highError != std::errc() || lowEnd != first.data() + first.size() ||
             highEnd != last.data() + last.size() || low > high) {
-            table.fail(row, "bad range \"" + std::string(spec) + "\"");
+            table.fail(row, "bad range \"" + std::string(valueList) + "\"");
         }
         // A property with more values than this is a typo, not a block.
         if (static_cast<long long>(high) - low >= kMaxPropertyValues) {
-            table.fail(row, "range \"" + std::string(spec) + "\" has more than " +
+            table.fail(row, "range \"" + std::string(valueList) + "\" has more than " +
                                 std::to_string(kMaxPropertyValues) + " values");
         }
         for (int value = low; value <= high; ++value) {
@@ -122,9 +122,9 @@ std::vector<std::string> expandValues(const Table& table, const Row& row, std::s
         }
         return values;
     }
-    for (auto& value : Table::split(spec, ',')) {
+    for (auto& value : Table::split(valueList, ',')) {
         if (value.empty()) {
-            table.fail(row, "empty value in \"" + std::string(spec) + "\"");
+            table.fail(row, "empty value in \"" + std::string(valueList) + "\"");
         }
         if (numeric) {
             long long number = 0;
