@@ -32,7 +32,7 @@ void readVarInts(benchmark::State& state) {
         ByteBuffer reader = encoded;
         uint64_t sum = 0;
         while (reader.readableBytes() > 0) {
-            sum += ferrylink::foundation::readVarInt(reader);
+            sum += *ferrylink::foundation::readVarInt(reader);
         }
         benchmark::DoNotOptimize(sum);
     }

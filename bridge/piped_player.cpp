@@ -41,7 +41,7 @@ PipedPlayer::PipedPlayer(std::shared_ptr<PortalHop> server, foundation::SocketAd
 void PipedPlayer::print(const std::string& line) const { ServerLink::current()->print(line); }
 
 void PipedPlayer::handlePacket(ByteBuffer buffer) {
-    uint64_t header = foundation::readVarInt(buffer);
+    uint64_t header = forced(foundation::readVarInt(buffer));
     buffer.moveReaderIndex(0);
     // The sub-client numbers above the low eight bits are never looked at.
     auto packetId = static_cast<uint8_t>(header & 0xFF);

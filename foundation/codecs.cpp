@@ -15,17 +15,23 @@ void writeVarInt(ByteBuffer& buffer, uint64_t value) {
     buffer.writeInteger(static_cast<uint8_t>(value & 0xFF));
 }
 
-uint64_t readVarInt(ByteBuffer& buffer) {
+std::optional<uint64_t> readVarInt(ByteBuffer& buffer) {
     uint64_t result = 0;
     for (int shift = 0; shift <= 56; shift += 7) {
-        uint8_t byte = forced(buffer.readInteger<uint8_t>());
-        result |= static_cast<uint64_t>(byte & 0x7F) << shift;
-        if ((byte & 0x80) == 0) {
+        auto byte = buffer.readInteger<uint8_t>();
+        if (!byte) {
+            return std::nullopt;
+        }
+        result |= static_cast<uint64_t>(*byte & 0x7F) << shift;
+        if ((*byte & 0x80) == 0) {
             return result;
         }
     }
-    uint8_t tenth = forced(buffer.readInteger<uint8_t>());
-    return result | (static_cast<uint64_t>(tenth & 0x01) << 63);
+    auto tenth = buffer.readInteger<uint8_t>();
+    if (!tenth) {
+        return std::nullopt;
+    }
+    return result | (static_cast<uint64_t>(*tenth & 0x01) << 63);
 }
 
 void writeSignedVarInt(ByteBuffer& buffer, int32_t value) {
@@ -38,8 +44,12 @@ void writeSignedVarLong(ByteBuffer& buffer, int64_t value) {
     writeVarInt(buffer, zigzag);
 }
 
-int32_t readSignedVarInt(ByteBuffer& buffer) {
-    uint32_t x = static_cast<uint32_t>(readVarInt(buffer));
+std::optional<int32_t> readSignedVarInt(ByteBuffer& buffer) {
+    auto raw = readVarInt(buffer);
+    if (!raw) {
+        return std::nullopt;
+    }
+    auto x = static_cast<uint32_t>(*raw);
     return static_cast<int32_t>((x >> 1) ^ (0u - (x & 1u)));
 }
 
@@ -47,9 +57,12 @@ void writeFloat(ByteBuffer& buffer, float value) {
     buffer.writeBytes(ByteBackpacker::pack(value, ByteOrder::littleEndian));
 }
 
-float readFloat(ByteBuffer& buffer) {
-    auto bytes = forced(buffer.readBytes(4));
-    return ByteBackpacker::unpack<float>(bytes, ByteOrder::littleEndian);
+std::optional<float> readFloat(ByteBuffer& buffer) {
+    auto bytes = buffer.readBytes(4);
+    if (!bytes) {
+        return std::nullopt;
+    }
+    return ByteBackpacker::unpack<float>(*bytes, ByteOrder::littleEndian);
 }
 
 void writeVarString(ByteBuffer& buffer, std::string_view text) {
@@ -60,11 +73,12 @@ void writeVarString(ByteBuffer& buffer, std::string_view text) {
     buffer.writeBytes(text);
 }
 
-std::string readVarString(ByteBuffer& buffer) {
-    uint32_t count = static_cast<uint32_t>(readVarInt(buffer));
-    if (count > buffer.readableBytes()) {
-        fatalFault();
+std::optional<std::string> readVarString(ByteBuffer& buffer) {
+    auto length = readVarInt(buffer);
+    if (!length || *length > buffer.readableBytes()) {
+        return std::nullopt;
     }
+    auto count = static_cast<uint32_t>(*length);
     auto view = buffer.readableView().first(count);
     std::string text = repairUtf8(std::string_view(reinterpret_cast<const char*>(view.data()), view.size()));
     buffer.moveReaderIndexForwardBy(count);

@@ -31,7 +31,7 @@ std::vector<ByteBuffer> BatchPacket::getPackets() {
     std::vector<ByteBuffer> packets;
     ByteBuffer& content = *buf;
     while (content.readerIndex() < content.writerIndex()) {
-        auto length = static_cast<uint32_t>(foundation::readVarInt(content));
+        auto length = static_cast<uint32_t>(forced(foundation::readVarInt(content)));
         packets.push_back(forced(content.readSlice(length)));
     }
     return packets;

@@ -27,7 +27,7 @@ std::string requiredString(const nlohmann::json& object, std::string_view name) 
 void LoginPacket::decode(foundation::ByteBuffer& buffer) {
     // The one big-endian field next to a little-endian one.
     protocolVersion = forced(buffer.readInteger<int32_t>(foundation::Endianness::big));
-    auto requestLength = static_cast<uint32_t>(foundation::readVarInt(buffer));
+    auto requestLength = static_cast<uint32_t>(forced(foundation::readVarInt(buffer)));
     auto request = forced(buffer.readSlice(requestLength));
     auto chainLength = forced(request.readInteger<int32_t>(foundation::Endianness::little));
     auto chainBytes = forced(request.readBytes(chainLength));

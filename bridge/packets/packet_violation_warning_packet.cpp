@@ -9,19 +9,19 @@ using Type = PacketViolationWarningPacket::PacketViolationType;
 using Severity = PacketViolationWarningPacket::PacketViolationSeverity;
 
 void PacketViolationWarningPacket::decode(foundation::ByteBuffer& buffer) {
-    int64_t typeIndex = int64_t{foundation::readSignedVarInt(buffer)} + 1;
+    int64_t typeIndex = int64_t{foundation::forced(foundation::readSignedVarInt(buffer))} + 1;
     if (typeIndex < 0 || typeIndex > static_cast<int64_t>(Type::MALFORMED_PACKET)) {
         foundation::fatalFault();
     }
     type = static_cast<Type>(typeIndex);
     // No offset here, unlike the type.
-    int64_t severityIndex = foundation::readSignedVarInt(buffer);
+    int64_t severityIndex = foundation::forced(foundation::readSignedVarInt(buffer));
     if (severityIndex < 0 || severityIndex > static_cast<int64_t>(Severity::TERMINATING_CONNECTION)) {
         foundation::fatalFault();
     }
     severity = static_cast<Severity>(severityIndex);
-    id = foundation::readSignedVarInt(buffer);
-    content = foundation::readVarString(buffer);
+    id = foundation::forced(foundation::readSignedVarInt(buffer));
+    content = foundation::forced(foundation::readVarString(buffer));
 }
 
 std::string_view caseName(Type type) {

@@ -12,7 +12,7 @@ void ResourcePackClientResponsePacket::decode(foundation::ByteBuffer& buffer) {
     status = raw <= static_cast<uint8_t>(Status::COMPLETED) ? static_cast<Status>(raw) : Status::NONE;
     uint16_t count = forced(buffer.readInteger<uint16_t>(foundation::Endianness::little));
     for (uint16_t i = 0; i < count; ++i) {
-        packIds.push_back(foundation::readVarString(buffer));
+        packIds.push_back(forced(foundation::readVarString(buffer)));
     }
 }
 
