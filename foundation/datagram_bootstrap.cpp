@@ -7,6 +7,18 @@
 
 namespace ferrylink::foundation {
 
+namespace {
+
+// Where the bridge was first written, SO_REUSEADDR on a datagram socket lets
+// it bind again at once after a restart and still refuses a second live
+// socket on the same address and port. On Linux it lets a second live UDP
+// socket share the port and take its datagrams; and a closed UDP socket
+// leaves nothing behind that would block a rebind. So the option is kept in
+// that first sense by not passing it on.
+constexpr SocketOption kReuseAddress{SOL_SOCKET, SO_REUSEADDR};
+
+}  // namespace
+
 void ChannelOptions::set(SocketOption option, int value) {
     for (auto& [key, existing] : values) {
         if (key == option) {
@@ -47,6 +59,9 @@ EventLoopFuture<std::shared_ptr<Channel>> DatagramBootstrap::bind(const std::str
             return;
         }
         for (const auto& [option, value] : options.values) {
+            if (option == kReuseAddress) {
+                continue;
+            }
             if (::setsockopt(fd, option.level, option.name, &value, sizeof(value)) != 0) {
                 int errorNumber = errno;
                 ::close(fd);

@@ -34,7 +34,9 @@ public:
     // Given the new channel before binding, on the loop's thread.
     DatagramBootstrap& channelInitializer(Initializer initializer);
     // Resolves `host` (blocking the caller), makes a socket of the matching
-    // family, applies the options, runs the initializer and binds.
+    // family, applies the options, runs the initializer and binds. SO_REUSEADDR
+    // means a quick rebind after a restart, never two live sockets on one
+    // port: Linux gives the former without it, so it is not set.
     EventLoopFuture<std::shared_ptr<Channel>> bind(const std::string& host, int port);
 
 private:

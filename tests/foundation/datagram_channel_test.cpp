@@ -136,19 +136,14 @@ TEST(DatagramChannelWrite, DatagramsLeaveInOrderFromAnyThread) {
     group->syncShutdownGracefully();
 }
 
-TEST(DatagramChannelBind, PortTakenWithoutReuseFailsTheSameWayEachWait) {
-    int blocker = ::socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in local{};
-    local.sin_family = AF_INET;
-    local.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ASSERT_EQ(::bind(blocker, reinterpret_cast<sockaddr*>(&local), sizeof(local)), 0);
-    socklen_t length = sizeof(local);
-    ::getsockname(blocker, reinterpret_cast<sockaddr*>(&local), &length);
-
+// SO_REUSEADDR as the phone's platform has it: a live socket keeps its port
+// to itself, and a closed one frees it at once for a restart.
+TEST(DatagramChannelBind, PortOfALiveChannelIsRefusedEvenWithReuseAndFreeOnceItCloses) {
     auto group = std::make_shared<MultiThreadedEventLoopGroup>(1);
+    auto holder = bindRecording(group);
     auto future = DatagramBootstrap(group)
                       .channelOption(SocketOption{SOL_SOCKET, SO_REUSEADDR}, 1)
-                      .bind("127.0.0.1", ntohs(local.sin_port));
+                      .bind("127.0.0.1", holder.port);
     std::string first;
     try {
         future.wait();
@@ -164,8 +159,8 @@ TEST(DatagramChannelBind, PortTakenWithoutReuseFailsTheSameWayEachWait) {
     } catch (const IOError& error) {
         EXPECT_EQ(first, error.what());
     }
-    EXPECT_NE(first.find("Address already in use"), std::string::npos) << first;
-    ::close(blocker);
+    holder.channel->close().wait();
+    EXPECT_EQ(bindRecording(group, holder.port).port, holder.port);
     group->syncShutdownGracefully();
 }
 
@@ -173,13 +168,6 @@ TEST(DatagramChannelBind, UnknownHostFailsWithTheResolverError) {
     auto group = std::make_shared<MultiThreadedEventLoopGroup>(1);
     auto future = DatagramBootstrap(group).bind("no-such-host.invalid", 19132);
     EXPECT_THROW(future.wait(), SocketAddressError);
-    group->syncShutdownGracefully();
-}
-
-TEST(DatagramChannelBind, TwoChannelsBindOneAddressWhenBothReuse) {
-    auto group = std::make_shared<MultiThreadedEventLoopGroup>(1);
-    auto first = bindRecording(group);
-    EXPECT_NO_THROW(bindRecording(group, first.port));
     group->syncShutdownGracefully();
 }
 
