@@ -37,6 +37,15 @@ std::optional<ByteBuffer> readWholeFile(const std::filesystem::path& path, std::
     return ByteBuffer(bytes);
 }
 
+// "0.0.0.0:19132", "[::]:19132".
+std::string hostAndPort(const SocketAddress& address) {
+    std::string host = address.ipAddress().value_or("?");
+    if (host.find(':') != std::string::npos) {
+        host = "[" + host + "]";
+    }
+    return host + ":" + std::to_string(address.port().value_or(0));
+}
+
 }  // namespace
 
 PortalHop::PortalHop(std::string transferHost, int transferPort, bool oneTransfer,
@@ -127,10 +136,17 @@ void PortalHop::start(std::shared_ptr<foundation::EventLoopGroup> group, std::sh
     if (!closeFuture) {
         closeFuture = made->bind(connectionListener_, info, hostIp, hostPort + 1, group);
     }
-    // The same lines whichever port was bound, or none: a failed bind is told
-    // only by the listener's own line.
+    // The same two lines whichever port was bound, or none; the line after
+    // them says where the bridge really listens.
     print("Server running and listening on " + hostIp + ":" + std::to_string(hostPort));
     print("Server will transfer to " + transferHost + ":" + std::to_string(transferPort));
+    if (auto bound = localAddress()) {
+        std::string line = "Listening on UDP " + hostAndPort(*bound);
+        if (bound->port() != hostPort && hostPort != 0) {
+            line += " (port " + std::to_string(hostPort) + " is taken)";
+        }
+        print(line);
+    }
 
     foundation::DispatchQueue::global().async([closeFuture, self = shared_from_this()] {
         if (!closeFuture) {

@@ -9,6 +9,8 @@ struct RunOptions {
     std::string host;
     int port = 19132;
     bool oneTransfer = false;
+    // Only start, stop, join, hand-over and error lines.
+    bool quiet = false;
     std::string listenHost = "0.0.0.0";
     int listenPort = 19132;
 };

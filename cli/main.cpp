@@ -22,6 +22,12 @@ int parsePort(const std::string& text, const std::string& what) {
     return value;
 }
 
+const CLI::Validator kHost(
+    [](std::string& value) {
+        return value.find_first_not_of(" \t") == std::string::npos ? std::string("must not be empty") : std::string();
+    },
+    "");
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -34,9 +40,11 @@ int main(int argc, char** argv) {
     std::string listenPort = "19132";
     auto* runCommand = app.add_subcommand("run", "Run the bridge headless: consoles on this network that join the "
                                                  "advertised world are sent on to HOST:PORT. Stops on Ctrl-C.");
-    runCommand->add_option("HOST", run.host, "The real server: a name or an address")->required();
+    runCommand->add_option("HOST", run.host, "The real server: a name or an address")->required()->check(kHost);
     runCommand->add_option("PORT", runPort, "Its UDP port")->capture_default_str();
     runCommand->add_flag("--one-transfer", run.oneTransfer, "Stop 15 seconds after the first console has left");
+    runCommand->add_flag("--quiet", run.quiet, "Print only start, stop, join, hand-over and error lines, "
+                                                "not a line per datagram");
     runCommand->add_option("--listen-port", listenPort, "Local UDP port to answer consoles on")->capture_default_str();
     runCommand->add_option("--listen-host", run.listenHost, "Local address to bind")->capture_default_str();
 

@@ -1,5 +1,6 @@
 #include <memory>
 
+#include "bridge/console_lines.h"
 #include "bridge/portal_hop.h"
 #include "cli/commands.h"
 #include "cli/termination_signals.h"
@@ -31,6 +32,9 @@ int runBridge(const RunOptions& options) {
     auto server = bridge::PortalHop::make(
         options.host, options.port, options.oneTransfer, [&mainQueue] { mainQueue.async([&mainQueue] { mainQueue.stop(); }); },
         options.listenPort, /*resolveIp=*/true, options.listenHost);
+    if (options.quiet) {
+        server->setPrinter(std::make_shared<bridge::QuietPrinter>(server->printer()));
+    }
     server->start(group, advert);
     mainQueue.async([running, server] { *running = server; });
     mainQueue.run();

@@ -115,9 +115,10 @@ private:
     std::string text_;
 };
 
-TEST(FerrylinkRun, ConsoleIsTransferredAndSigtermStopsWithStatusZero) {
+TEST(FerrylinkRun, QuietConsoleIsTransferredAndSigtermStopsWithStatusZero) {
     int port = freeUdpPort();
-    Process bridge({"run", "127.0.0.1", "19133", "--listen-host", "127.0.0.1", "--listen-port", std::to_string(port)});
+    Process bridge({"run", "127.0.0.1", "19133", "--quiet", "--listen-host", "127.0.0.1", "--listen-port",
+                    std::to_string(port)});
     ASSERT_TRUE(bridge.waitForOutput("Server will transfer to 127.0.0.1:19133")) << bridge.output();
     EXPECT_NE(bridge.output().find("Server running and listening on 127.0.0.1:" + std::to_string(port)),
               std::string::npos);
@@ -135,6 +136,7 @@ TEST(FerrylinkRun, ConsoleIsTransferredAndSigtermStopsWithStatusZero) {
     EXPECT_EQ(bridge.wait(), 0) << bridge.output();
     EXPECT_NE(bridge.output().find("New connection: 127.0.0.1:"), std::string::npos) << bridge.output();
     EXPECT_NE(bridge.output().find("Server shutting down!"), std::string::npos) << bridge.output();
+    EXPECT_EQ(bridge.output().find("Unconnected: "), std::string::npos) << bridge.output();
 }
 
 TEST(FerrylinkPing, PrintsTheAdvertOfARunningBridge) {
@@ -172,7 +174,7 @@ INSTANTIATE_TEST_SUITE_P(
     Commands, BadArguments,
     ::testing::Values(std::vector<std::string>{"run"}, std::vector<std::string>{"run", "h", "0"},
                       std::vector<std::string>{"run", "h", "65536"}, std::vector<std::string>{"run", "h", "abc"},
-                      std::vector<std::string>{"run", "h", "--listen-port", "-1"},
+                      std::vector<std::string>{"run", "h", "--listen-port", "-1"}, std::vector<std::string>{"run", " "},
                       std::vector<std::string>{"ping"}, std::vector<std::string>{"ping", "h", "19132x"},
                       std::vector<std::string>{"fly"}));
 
