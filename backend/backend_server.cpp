@@ -17,6 +17,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "app/web/json_http.h"
+
 namespace ferrylink::backend {
 namespace {
 
@@ -24,82 +26,13 @@ using httplib::Request;
 using httplib::Response;
 using nlohmann::json;
 
-// The paths served, with their one method each. Anything else on these paths
-// is a 405; any other path a 404. (The paths double as httplib's route
-// patterns, which are regular expressions: they hold no special character.)
-struct Endpoint {
-    const char* path;
-    const char* method;
-};
-constexpr Endpoint kEndpoints[] = {
-    {"/postLog", "POST"},
-    {"/getStatus", "GET"},
-    {"/blacklist/all", "GET"},
-    {"/message/by-version", "GET"},
-};
-
-constexpr const char* kJsonType = "application/json";
-
-void sendJson(Response& response, int status, const Json& body) {
-    response.status = status;
-    response.set_content(dumpJson(body), kJsonType);
-}
+using http::HttpError;
 
 void sendArray(Response& response, Json array) {
     // The lists change whenever the operator edits them; nothing may keep a
     // stale copy.
     response.set_header("Cache-Control", "no-cache");
-    sendJson(response, 200, array);
-}
-
-void sendError(Response& response, int status, const std::string& message) {
-    sendJson(response, status, {{"error", message}});
-}
-
-// The words for a failure that httplib itself answered, before any handler
-// of ours ran.
-std::string defaultErrorText(const Request& request, int status) {
-    switch (status) {
-    case 400:
-        return "malformed request";
-    case 404:
-        return "no such endpoint: " + request.path;
-    case 413:
-        return "request body is larger than " + std::to_string(BackendServer::kMaxBodyBytes) + " bytes";
-    case 414:
-        return "request target is too long";
-    case 416:
-        return "requested range not satisfiable";
-    default:
-        return status < 500 ? "request refused" : "internal server error";
-    }
-}
-
-// "application/json", in any case, with or without parameters such as a
-// charset.
-bool isJsonMediaType(std::string_view contentType) {
-    const auto end = contentType.find(';');
-    std::string_view type = contentType.substr(0, end);
-    while (!type.empty() && std::isspace(static_cast<unsigned char>(type.back()))) {
-        type.remove_suffix(1);
-    }
-    while (!type.empty() && std::isspace(static_cast<unsigned char>(type.front()))) {
-        type.remove_prefix(1);
-    }
-    constexpr std::string_view expected = "application/json";
-    return std::equal(type.begin(), type.end(), expected.begin(), expected.end(), [](char a, char b) {
-        return std::tolower(static_cast<unsigned char>(a)) == b;
-    });
-}
-
-// A request answered before its body was read leaves that body on the
-// connection, where it would be taken for the next request: close instead.
-void closeIfBodyUnread(const Request& request, Response& response) {
-    const std::string length = request.get_header_value("Content-Length");
-    const bool bodyFollows = request.has_header("Transfer-Encoding") || (!length.empty() && length != "0");
-    if (bodyFollows) {
-        response.set_header("Connection", "close");
-    }
+    http::sendJson(response, 200, array);
 }
 
 // The reason of the oldest error queued by OpenSSL on this thread; the queue
@@ -119,7 +52,7 @@ std::string hostForUrl(const std::string& address) {
 
 BackendServer::BackendServer(Store& store, const std::filesystem::path& certificate,
                              const std::filesystem::path& privateKey)
-    : store_(store) {
+    : store_(store), routes_(std::make_unique<http::RouteTable>()) {
     // A client that hangs up in the middle of an answer must not end the
     // process; a handler the embedding program installed is left alone.
     struct sigaction current {};
@@ -154,7 +87,6 @@ BackendServer::BackendServer(Store& store, const std::filesystem::path& certific
     if (!server_->is_valid()) {
         throw ServerError(failure.empty() ? "cannot set up TLS" : failure);
     }
-    server_->set_payload_max_length(kMaxBodyBytes);
     // httplib's default shares the port with any other listener on it
     // (SO_REUSEPORT); a second backend started by mistake must fail instead.
     server_->set_socket_options([](socket_t socket) {
@@ -171,124 +103,49 @@ void BackendServer::setLogSink(LogSink sink) {
 }
 
 void BackendServer::installRoutes() {
-    // Decided before httplib reads a body, so a wrong method or path is
-    // answered at once whatever the request carries.
-    server_->set_pre_routing_handler([](const Request& request, Response& response) {
-        for (const Endpoint& endpoint : kEndpoints) {
-            if (request.path != endpoint.path) {
-                continue;
-            }
-            const std::string allowed = endpoint.method;
-            if (request.method == allowed || (allowed == "GET" && request.method == "HEAD")) {
-                return httplib::Server::HandlerResponse::Unhandled;
-            }
-            response.set_header("Allow", allowed == "GET" ? "GET, HEAD" : allowed);
-            sendError(response, 405, request.method + " is not allowed on " + request.path + "; use " + allowed);
-            closeIfBodyUnread(request, response);
-            return httplib::Server::HandlerResponse::Handled;
-        }
-        sendError(response, 404, "no such endpoint: " + request.path);
-        closeIfBodyUnread(request, response);
-        return httplib::Server::HandlerResponse::Handled;
-    });
-
-    server_->Post("/postLog", [this](const Request& request, Response& response) {
-        const std::string contentType = request.get_header_value("Content-Type");
-        if (!isJsonMediaType(contentType)) {
-            sendError(response, 415, "Content-Type must be application/json");
-            return;
-        }
-        if (request.body.empty()) {
-            sendError(response, 400, "request body is empty");
-            return;
-        }
-        json body;
-        try {
-            body = json::parse(request.body);
-        } catch (const json::parse_error& error) {
-            sendError(response, 400, "request body is not valid JSON (at byte " + std::to_string(error.byte) + ")");
-            return;
-        }
-        if (!body.is_object()) {
-            sendError(response, 400, "request body must be a JSON object");
-            return;
-        }
+    routes_->add({"POST", "/postLog", [this](const Request& request, Response& response) {
+        const json body = http::objectBody(request);
         LogEntry entry;
-        const std::pair<const char*, std::string*> members[] = {
-            {"serverIp", &entry.serverIp},
-            {"serverPort", &entry.serverPort},
-            {"clientIp", &entry.clientIp},
-        };
-        for (const auto& [key, field] : members) {
-            const auto member = body.find(key);
-            if (member == body.end()) {
-                sendError(response, 400, std::string("missing member \"") + key + "\"");
-                return;
-            }
-            if (!member->is_string()) {
-                sendError(response, 400, std::string("member \"") + key + "\" must be a string");
-                return;
-            }
-            *field = member->get<std::string>();
-        }
+        entry.serverIp = http::stringMember(body, "serverIp");
+        entry.serverPort = http::stringMember(body, "serverPort");
+        entry.clientIp = http::stringMember(body, "clientIp");
         entry.receivedAtMs = currentTimeMilliseconds();
         entry.remoteAddress = request.remote_addr;
-        entry.contentType = contentType;
+        entry.contentType = request.get_header_value("Content-Type");
         entry.accept = request.get_header_value("Accept");
         entry.userAgent = request.get_header_value("User-Agent");
         entry.body = request.body;
         const LogEntry stored = store_.addLogEntry(entry);
-        sendJson(response, 201, {{"id", stored.id}});
-    });
-
-    server_->Get("/getStatus", [this](const Request&, Response& response) {
+        http::sendJson(response, 201, {{"id", stored.id}});
+    }});
+    routes_->add({"GET", "/getStatus", [this](const Request&, Response& response) {
         Json servers = Json::array();
         for (const PartneredServer& server : store_.partners()) {
             servers.push_back(wireJson(server));
         }
         sendArray(response, std::move(servers));
-    });
-
-    server_->Get("/blacklist/all", [this](const Request&, Response& response) {
+    }});
+    routes_->add({"GET", "/blacklist/all", [this](const Request&, Response& response) {
         Json servers = Json::array();
         for (const BlacklistServer& server : store_.blocked()) {
             servers.push_back(wireJson(server));
         }
         sendArray(response, std::move(servers));
-    });
-
-    server_->Get("/message/by-version", [this](const Request& request, Response& response) {
+    }});
+    routes_->add({"GET", "/message/by-version", [this](const Request& request, Response& response) {
         if (!request.has_param("version")) {
-            sendError(response, 400, "missing query parameter \"version\"");
-            return;
+            throw HttpError{400, "missing query parameter \"version\""};
         }
         Json messages = Json::array();
         for (const Message& message : store_.messages(request.get_param_value("version"))) {
             messages.push_back(wireJson(message));
         }
         sendArray(response, std::move(messages));
-    });
-
-    // Failures answered by httplib itself (a request it can't parse, a body
-    // over the limit) get the same JSON body as ours.
-    server_->set_error_handler([](const Request& request, Response& response) {
-        if (response.body.empty()) {
-            response.set_content(dumpJson({{"error", defaultErrorText(request, response.status)}}), kJsonType);
-        }
-    });
-
-    server_->set_exception_handler([this](const Request& request, Response& response, std::exception_ptr error) {
-        std::string what = "unknown exception";
-        try {
-            std::rethrow_exception(error);
-        } catch (const std::exception& exception) {
-            what = exception.what();
-        } catch (...) {
-        }
+    }});
+    routes_->install(*server_, http::BodyLimit{kMaxBodyBytes}, {}, [this](const Request& request, std::string_view what) {
         if (logSink_) {
-            logSink_("error: " + request.method + " " + request.path + " failed: " + what);
+            logSink_("error: " + request.method + " " + request.path + " failed: " + std::string(what));
         }
-        sendError(response, 500, "internal server error");
     });
 
     server_->set_logger([this](const Request& request, const Response& response) {

@@ -28,6 +28,10 @@ namespace httplib {
 class SSLServer;
 }
 
+namespace ferrylink::http {
+class RouteTable;
+}
+
 namespace ferrylink::backend {
 
 class ServerError : public std::runtime_error {
@@ -70,6 +74,7 @@ private:
     void installRoutes();
 
     Store& store_;
+    std::unique_ptr<http::RouteTable> routes_;
     std::unique_ptr<httplib::SSLServer> server_;
     LogSink logSink_;
 

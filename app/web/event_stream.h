@@ -1,8 +1,12 @@
 #pragma once
 
+#include <httplib.h>
+
 #include <chrono>
 #include <condition_variable>
 #include <deque>
+#include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -30,5 +34,12 @@ private:
     std::deque<std::string> queued_;
     bool closed_ = false;
 };
+
+// Answers with `stream` as text/event-stream for as long as both ends stay:
+// what is pushed is written as it comes, a comment line goes out after
+// `keepalive` of silence, and `onClosed` runs once the response has ended,
+// on the connection's thread.
+void sendEventStream(httplib::Response& response, std::shared_ptr<EventStream> stream,
+                     std::chrono::milliseconds keepalive, std::function<void()> onClosed);
 
 }  // namespace ferrylink::app

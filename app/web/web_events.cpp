@@ -1,6 +1,7 @@
 #include "app/web/web_events.h"
 
 #include "app/styles.h"
+#include "app/web/json_http.h"
 
 namespace ferrylink::app {
 
@@ -70,13 +71,11 @@ json messageEventData(const std::optional<PendingMessage>& message) {
               {"key", message->key}}}};
 }
 
-std::string compactJson(const json& value) { return value.dump(-1, ' ', false, json::error_handler_t::replace); }
-
 std::string formatEvent(std::string_view name, const json& data) {
     std::string text = "event: ";
     text += name;
     text += "\ndata: ";
-    text += compactJson(data);
+    text += http::compactJson(data);
     text += "\n\n";
     return text;
 }

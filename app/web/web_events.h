@@ -25,8 +25,4 @@ nlohmann::json messageEventData(const std::optional<PendingMessage>& message);
 // One Server-Sent Event: its name, one line of compact JSON, a blank line.
 std::string formatEvent(std::string_view name, const nlohmann::json& data);
 
-// JSON text as the server sends it: compact, UTF-8 as it is, any invalid
-// byte replaced rather than thrown over.
-std::string compactJson(const nlohmann::json& value);
-
 }  // namespace ferrylink::app
