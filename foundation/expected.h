@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <utility>
 #include <variant>
@@ -51,6 +52,24 @@ public:
 
 private:
     std::variant<T, Unexpected> content_;
+};
+
+// Success with nothing to give, or the reason of a failure.
+template <>
+class [[nodiscard]] Expected<void> {
+public:
+    Expected() = default;
+    Expected(Unexpected failure) : failure_(std::move(failure)) {}
+
+    bool has_value() const { return !failure_; }
+    explicit operator bool() const { return has_value(); }
+    const std::string& error() const {
+        static const std::string none;
+        return failure_ ? failure_->reason : none;
+    }
+
+private:
+    std::optional<Unexpected> failure_;
 };
 
 }  // namespace ferrylink::foundation
