@@ -4,11 +4,25 @@
 
 namespace ferrylink::bridge {
 
-// How a client's batches travel, held per client and used in both directions.
-// Nothing on the wire says which one is in force: both sides know.
+// Whether a client's batches are deflated, held per client and used in both
+// directions. Before v649 nothing on the wire says which one is in force: both
+// sides know.
 enum class CompressionAlgorithm : uint8_t {
     NONE = 0,
     ZLIB = 1,
+};
+
+// How a client's batches travel. The session sets it: compression from the
+// first batch for clients that don't ask for settings, from the answer to
+// their request for the others.
+struct BatchFraming {
+    CompressionAlgorithm compression = CompressionAlgorithm::NONE;
+    // From v649 on, once compression is on, each batch names its compression
+    // in a byte behind 0xFE: 00 raw deflate, FF none.
+    bool algorithmByte = false;
+    // Clients of v554 to v648 send a small batch raw even after the settings;
+    // a batch that won't inflate is then read as it stands.
+    bool rawWhenNotInflating = false;
 };
 
 }  // namespace ferrylink::bridge

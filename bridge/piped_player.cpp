@@ -9,19 +9,25 @@
 #include "bridge/packets/network_settings_packet.h"
 #include "bridge/packets/packet_violation_warning_packet.h"
 #include "bridge/packets/play_status_packet.h"
-#include "bridge/packets/protocol_variants.h"
 #include "bridge/packets/resource_pack_client_response_packet.h"
+#include "bridge/packets/resource_pack_stack_packet.h"
+#include "bridge/packets/resource_packs_info_packet.h"
+#include "bridge/packets/start_game_packet.h"
 #include "bridge/packets/transfer_packet.h"
+#include "bridge/packets/version_groups.h"
 #include "bridge/packets/world_table_packets.h"
 #include "bridge/portal_hop.h"
 #include "foundation/codecs.h"
 #include "foundation/fatal.h"
+#include "foundation/printable_text.h"
 
 namespace ferrylink::bridge {
 
 using foundation::ByteBuffer;
+using foundation::Expected;
 using foundation::fatalFault;
-using foundation::forced;
+using foundation::printable;
+using foundation::unexpected;
 
 namespace {
 constexpr int32_t negotiatingRakNetProtocol = 11;
@@ -32,109 +38,211 @@ constexpr int32_t lastChunk = 2;
 
 PipedPlayer::PipedPlayer(std::shared_ptr<PortalHop> server, foundation::SocketAddress address,
                          std::shared_ptr<raknet::Connection> connection, int32_t raknetProtocol)
-    : server(std::move(server)),
-      address(std::move(address)),
-      connection(std::move(connection)),
-      compressionAlgorithm(raknetProtocol == negotiatingRakNetProtocol ? CompressionAlgorithm::NONE
-                                                                       : CompressionAlgorithm::ZLIB) {}
-
-void PipedPlayer::print(const std::string& line) const { ServerLink::current()->print(line); }
-
-void PipedPlayer::handlePacket(ByteBuffer buffer) {
-    uint64_t header = forced(foundation::readVarInt(buffer));
-    buffer.moveReaderIndex(0);
-    // The sub-client numbers above the low eight bits are never looked at.
-    auto packetId = static_cast<uint8_t>(header & 0xFF);
-    print("packetId: " + std::to_string(packetId));
-
-    switch (packetId) {
-        case LoginPacket::networkId: {
-            LoginPacket login;
-            foundation::readVarInt(buffer);
-            login.decode(buffer);
-            if (!login.displayName.empty()) {
-                displayName = login.displayName;
-                protocolVersion = login.protocolVersion;
-                print("Protocol version: " + std::to_string(login.protocolVersion));
-                PlayStatusPacket status(PlayStatusPacket::Status::LOGIN_SUCCESS);
-                sendPacket(status);
-                sendResourcePacksInfo();
-            } else {
-                print("error in LoginPacket decoding!");
-                DisconnectPacket disconnect("disconnectionScreen.internalError.cantConnect", false);
-                sendPacket(disconnect);
-            }
-            break;
-        }
-        case ResourcePackClientResponsePacket::networkId: {
-            ResourcePackClientResponsePacket response;
-            foundation::readVarInt(buffer);
-            response.decode(buffer);
-            print("ResourcePackResponsePacket status: " + std::string(caseName(response.status)));
-            if (response.status == ResourcePackClientResponsePacket::Status::HAVE_ALL_PACKS) {
-                sendResourcePackStack();
-            } else if (response.status == ResourcePackClientResponsePacket::Status::COMPLETED) {
-                completeSpawn();
-            }
-            break;
-        }
-        case SetLocalPlayerAsInitializedPacket::networkId: {
-            print("Player inizialized " + forced(displayName));
-            if (!server) {
-                fatalFault();
-            }
-            transfer(server->transferHost, server->transferPort);
-            break;
-        }
-        case PacketViolationWarningPacket::networkId: {
-            PacketViolationWarningPacket warning;
-            foundation::readVarInt(buffer);
-            warning.decode(buffer);
-            print("Type: " + std::string(caseName(warning.type)) + " Serv: " + std::string(caseName(warning.severity)) +
-                  " Id: " + std::to_string(warning.id) + " Content: " + warning.content);
-            break;
-        }
-        case RequestNetworkSettingsPacket::networkId: {
-            print("RequestNetworkSettingsPacket");
-            NetworkSettingsPacket settings;
-            sendPacketImmediate(settings);
-            // Only now: the settings themselves still go out as the client
-            // expects them, uncompressed.
-            compressionAlgorithm = CompressionAlgorithm::ZLIB;
-            break;
-        }
-        default:
-            print("Unknown packet " + std::to_string(packetId));
-            break;
+    : server(std::move(server)), address(std::move(address)), connection(std::move(connection)) {
+    if (raknetProtocol != negotiatingRakNetProtocol) {
+        framing.compression = CompressionAlgorithm::ZLIB;
     }
 }
 
-void PipedPlayer::sendResourcePacksInfo() { sendPacket(*resourcePacksInfoFor(forced(protocolVersion))); }
+void PipedPlayer::print(const std::string& line) const { ServerLink::current()->print(line); }
 
-void PipedPlayer::sendResourcePackStack() { sendPacket(*resourcePackStackFor(forced(protocolVersion))); }
+int32_t PipedPlayer::layoutProtocol() const { return protocolVersion.value_or(requestedProtocol_.value_or(0)); }
+
+void PipedPlayer::receiveBatch(ByteBuffer payload) {
+    if (dropped_) {
+        return;
+    }
+    BatchPacket batch(framing);
+    // The frame's first byte (0xFE) is stepped over without a look.
+    if (payload.readableBytes() > 0) {
+        payload.moveReaderIndexForwardBy(1);
+    }
+    auto decoded = batch.decode(payload);
+    if (!decoded) {
+        drop(decoded.error());
+        return;
+    }
+    auto packets = batch.getPackets();
+    if (!packets) {
+        drop(packets.error());
+        return;
+    }
+    for (auto& packet : *packets) {
+        auto handled = handlePacket(std::move(packet));
+        if (!handled) {
+            drop(handled.error());
+            return;
+        }
+    }
+}
+
+Expected<void> PipedPlayer::handlePacket(ByteBuffer buffer) {
+    auto header = foundation::readVarInt(buffer);
+    if (!header) {
+        return unexpected("packet without a header");
+    }
+    // The sub-client numbers sit above the id: above eight bits of it until
+    // ids grew past 255, above ten since.
+    uint64_t idBits = layoutProtocol() >= v567 ? 0x3FF : 0xFF;
+    auto packetId = static_cast<uint16_t>(*header & idBits);
+    print("packetId: " + std::to_string(packetId));
+
+    switch (packetId) {
+        case LoginPacket::networkId:
+            return login(buffer);
+        case ResourcePackClientResponsePacket::networkId:
+            return resourcePackResponse(buffer);
+        case SetLocalPlayerAsInitializedPacket::networkId:
+            return initialized(buffer);
+        case PacketViolationWarningPacket::networkId:
+            return violationWarning(buffer);
+        case RequestNetworkSettingsPacket::networkId:
+            return networkSettingsRequest(buffer);
+        case requestChunkRadiusId:
+        case clientCacheStatusId:
+        case serverboundLoadingScreenId:
+        case resourcePacksReadyForValidationId:
+            // Nothing a bridge needs to answer on the way to the transfer.
+            return {};
+        default:
+            print("Unknown packet " + std::to_string(packetId));
+            return {};
+    }
+}
+
+Expected<void> PipedPlayer::login(ByteBuffer& body) {
+    auto login = LoginPacket::decode(body);
+    if (!login) {
+        return unexpected(login.error());
+    }
+    if (login->displayName.empty()) {
+        print("error in LoginPacket decoding!");
+        DisconnectPacket disconnect(login->protocolVersion, "disconnectionScreen.internalError.cantConnect", false);
+        sendPacket(disconnect);
+        return {};
+    }
+    displayName = login->displayName;
+    protocolVersion = login->protocolVersion;
+    print("Protocol version: " + std::to_string(login->protocolVersion));
+    noteProtocol(login->protocolVersion);
+    PlayStatusPacket status(PlayStatusPacket::Status::LOGIN_SUCCESS);
+    sendPacket(status);
+    sendResourcePacksInfo();
+    return {};
+}
+
+Expected<void> PipedPlayer::resourcePackResponse(ByteBuffer& body) {
+    using Status = ResourcePackClientResponsePacket::Status;
+    auto response = ResourcePackClientResponsePacket::decode(body, layoutProtocol());
+    if (!response) {
+        return unexpected(response.error());
+    }
+    print("ResourcePackResponsePacket status: " + std::string(caseName(response->status)));
+    bool answered = response->status == Status::HAVE_ALL_PACKS || response->status == Status::COMPLETED;
+    if (answered && !protocolVersion) {
+        return unexpected("resource packs answered before the login");
+    }
+    if (response->status == Status::HAVE_ALL_PACKS) {
+        sendResourcePackStack();
+    } else if (response->status == Status::COMPLETED) {
+        completeSpawn();
+    }
+    return {};
+}
+
+Expected<void> PipedPlayer::initialized(ByteBuffer& body) {
+    auto initialized = SetLocalPlayerAsInitializedPacket::decode(body);
+    if (!initialized) {
+        return unexpected(initialized.error());
+    }
+    if (!displayName) {
+        return unexpected("player initialised before the login");
+    }
+    print("Player inizialized " + printable(*displayName));
+    if (!server) {
+        fatalFault();
+    }
+    transfer(server->transferHost, server->transferPort);
+    return {};
+}
+
+Expected<void> PipedPlayer::violationWarning(ByteBuffer& body) {
+    auto warning = PacketViolationWarningPacket::decode(body);
+    if (!warning) {
+        return unexpected(warning.error());
+    }
+    print("Type: " + std::string(caseName(warning->type)) + " Serv: " + std::string(caseName(warning->severity)) +
+          " Id: " + std::to_string(warning->id) + " Content: " + printable(warning->content));
+    return {};
+}
+
+Expected<void> PipedPlayer::networkSettingsRequest(ByteBuffer& body) {
+    auto request = RequestNetworkSettingsPacket::decode(body);
+    if (!request) {
+        return unexpected(request.error());
+    }
+    print("RequestNetworkSettingsPacket");
+    requestedProtocol_ = request->protocolVersion;
+    noteProtocol(request->protocolVersion);
+    NetworkSettingsPacket settings;
+    sendPacketImmediate(settings);
+    // Only now: the settings themselves still go out as the client expects
+    // them, in the framing it has so far.
+    framing.compression = CompressionAlgorithm::ZLIB;
+    framing.algorithmByte = request->protocolVersion >= v649;
+    framing.rawWhenNotInflating = request->protocolVersion >= v554 && request->protocolVersion < v649;
+    return {};
+}
+
+void PipedPlayer::noteProtocol(int32_t protocol) {
+    if (protocol > newestKnownProtocol && !newerNoted_) {
+        newerNoted_ = true;
+        print("Protocol " + std::to_string(protocol) + " is newer than this bridge knows; it gets the layouts of " +
+              std::to_string(newestKnownProtocol));
+    }
+}
+
+void PipedPlayer::sendResourcePacksInfo() {
+    ResourcePacksInfoPacket info(layoutProtocol());
+    sendPacket(info);
+}
+
+void PipedPlayer::sendResourcePackStack() {
+    ResourcePackStackPacket stack(layoutProtocol());
+    sendPacket(stack);
+}
 
 void PipedPlayer::sendStartGame() {
-    int32_t protocol = forced(protocolVersion);
-    sendPacket(*startGameFor(protocol));
-    if (wantsCreativeContent(protocol)) {
-        CreativeContentPacket creative;
+    int32_t protocol = layoutProtocol();
+    StartGamePacket start(protocol);
+    if (protocol >= v526) {
+        print("Bytes: " + std::to_string(StartGamePacket::propertyData().readableBytes()));
+    }
+    sendPacket(start);
+    if (protocol >= v776) {
+        ItemRegistryPacket items;
+        sendPacket(items);
+    }
+    if (protocol >= v419) {
+        CreativeContentPacket creative(protocol);
         sendPacket(creative);
     }
 }
 
 void PipedPlayer::completeSpawn() {
+    int32_t protocol = layoutProtocol();
     // The order is what clients have accepted: the move ahead of the start-game
     // record, the tables behind the chunks.
-    MovePlayerPacket move;
+    MovePlayerPacket move(protocol);
     sendPacket(move);
     sendStartGame();
     for (int32_t chunkX = firstChunk; chunkX <= lastChunk; ++chunkX) {
         for (int32_t chunkZ = firstChunk; chunkZ <= lastChunk; ++chunkZ) {
-            LevelChunkPacket chunk(chunkX, chunkZ);
+            LevelChunkPacket chunk(protocol, chunkX, chunkZ);
             sendPacket(chunk);
         }
     }
-    BiomeDefinitionListPacket biomes;
+    BiomeDefinitionListPacket biomes(protocol);
     sendPacket(biomes);
     AvailableEntityIdentifiersPacket entities;
     sendPacket(entities);
@@ -147,7 +255,7 @@ void PipedPlayer::sendPacket(DataPacket& packet) { send(packet, Delivery::queued
 void PipedPlayer::sendPacketImmediate(DataPacket& packet) { send(packet, Delivery::immediate); }
 
 void PipedPlayer::send(DataPacket& packet, Delivery delivery) {
-    BatchPacket batch(compressionAlgorithm);
+    BatchPacket batch(framing);
     batch.addPacket(packet);
     if (!server) {
         fatalFault();
@@ -157,8 +265,9 @@ void PipedPlayer::send(DataPacket& packet, Delivery delivery) {
         fatalFault();
     }
     ByteBuffer frame = foundation::AdaptiveRecvByteBufferAllocator{}.buffer(listener->channel->allocator());
-    frame.writeInteger<uint8_t>(batch.NetworkId);
-    batch.encode(frame);
+    PacketWriter out(frame);
+    batch.encodeHeader(out);
+    batch.encode(out);
     batch.encoded = true;
     if (!connection) {
         fatalFault();
@@ -168,6 +277,21 @@ void PipedPlayer::send(DataPacket& packet, Delivery delivery) {
     } else {
         connection->sendBuffer(frame);
     }
+}
+
+void PipedPlayer::drop(const std::string& reason) {
+    dropped_ = true;
+    print("Dropped " + foundation::forced(address).ipAddress().value_or("?") + ":" +
+          std::to_string(address->port().value_or(0)) + ": " + printable(reason));
+    auto listener = server ? server->listener() : nullptr;
+    if (!listener || !listener->channel) {
+        return;
+    }
+    // The transport's tables belong to its loop.
+    (void)listener->channel->eventLoop()->execute([listener, connection = connection, reason] {
+        connection->close();
+        listener->removeConnection(connection, reason);
+    });
 }
 
 void PipedPlayer::transfer(const std::string& host, int port) {
@@ -185,14 +309,14 @@ void PipedPlayer::transfer(const std::string& host, int port) {
         }
         std::optional<std::string> numeric = resolved ? resolved->ipAddress() : std::nullopt;
         if (!numeric) {
-            DisconnectPacket disconnect("Invalid IP address", false);
+            DisconnectPacket disconnect(layoutProtocol(), "Invalid IP address", false);
             sendPacket(disconnect);
             return;
         }
         target = *numeric;
     }
     print("IP " + target + ":" + std::to_string(port));
-    TransferPacket transferPacket(target, static_cast<uint16_t>(port));
+    TransferPacket transferPacket(layoutProtocol(), target, static_cast<uint16_t>(port));
     sendPacketImmediate(transferPacket);
 }
 

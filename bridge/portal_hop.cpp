@@ -6,13 +6,13 @@
 #include <iterator>
 #include <vector>
 
-#include "bridge/packets/batch_packet.h"
 #include "bridge/packets/disconnect_packet.h"
 #include "bridge/piped_player.h"
 #include "bridge/resource_bundle.h"
 #include "bridge/transfer_listener.h"
 #include "bridge/world_resources.h"
 #include "foundation/fatal.h"
+#include "foundation/printable_text.h"
 
 namespace ferrylink::bridge {
 
@@ -170,16 +170,7 @@ void PortalHop::receive(ByteBuffer payload, const SocketAddress& sender) {
     if (found == players.end()) {
         fatalFault();
     }
-    auto player = found->second;
-    BatchPacket batch(player->compressionAlgorithm);
-    // The frame's first byte (0xFE) is stepped over without a look.
-    if (payload.readableBytes() > 0) {
-        payload.moveReaderIndexForwardBy(1);
-    }
-    batch.decode(payload);
-    for (auto& packet : batch.getPackets()) {
-        player->handlePacket(std::move(packet));
-    }
+    found->second->receiveBatch(std::move(payload));
 }
 
 void PortalHop::openConnection(const std::shared_ptr<raknet::Connection>& connection) {
@@ -196,7 +187,7 @@ void PortalHop::openConnection(const std::shared_ptr<raknet::Connection>& connec
 void PortalHop::closeConnection(const SocketAddress& address, const std::string& reason) {
     auto found = players.find(address);
     if (found != players.end()) {
-        std::string name = found->second->displayName.value_or("Player");
+        std::string name = foundation::printable(found->second->displayName.value_or("Player"));
         ServerLink::current()->print(name + " disconnected due to \"" + reason + "\"!");
         players.erase(found);
     } else {
@@ -215,7 +206,7 @@ void PortalHop::closeConnection(const SocketAddress& address, const std::string&
 void PortalHop::closeAll() {
     shutdown = true;
     for (auto& [address, player] : players) {
-        DisconnectPacket disconnect("Server shutdown!", false);
+        DisconnectPacket disconnect(player->layoutProtocol(), "Server shutdown!", false);
         player->sendPacket(disconnect);
     }
     std::shared_ptr<raknet::Listener> closing;

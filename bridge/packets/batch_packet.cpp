@@ -1,5 +1,7 @@
 #include "bridge/packets/batch_packet.h"
 
+#include <cstdio>
+
 #include "bridge/packets/raw_deflate.h"
 #include "bridge/server_link.h"
 #include "foundation/codecs.h"
@@ -8,16 +10,26 @@
 namespace ferrylink::bridge {
 
 using foundation::ByteBuffer;
+using foundation::Expected;
 using foundation::forced;
+using foundation::unexpected;
 
-BatchPacket::BatchPacket(CompressionAlgorithm compressionAlgorithm)
-    : DataPacket(networkId), buf(ServerLink::freshBuffer()), compressionAlgorithm_(compressionAlgorithm) {}
+namespace {
+// The byte behind 0xFE from v649 on.
+constexpr uint8_t rawDeflateAlgorithm = 0x00;
+constexpr uint8_t snappyAlgorithm = 0x01;
+constexpr uint8_t noCompression = 0xFF;
+}  // namespace
+
+BatchPacket::BatchPacket(BatchFraming framing)
+    : DataPacket(networkId), buf(ServerLink::freshBuffer()), framing_(framing) {}
 
 void BatchPacket::addPacket(DataPacket& packet) {
     ByteBuffer entry = ServerLink::freshBuffer();
     if (!packet.encoded) {
-        packet.encodeHeader(entry);
-        packet.encode(entry);
+        PacketWriter out(entry);
+        packet.encodeHeader(out);
+        packet.encode(out);
         packet.encoded = true;
     }
     // The length goes through the protocol's var-int writer like every other
@@ -27,38 +39,69 @@ void BatchPacket::addPacket(DataPacket& packet) {
     buf->writeBuffer(entry);
 }
 
-std::vector<ByteBuffer> BatchPacket::getPackets() {
+Expected<std::vector<ByteBuffer>> BatchPacket::getPackets() {
     std::vector<ByteBuffer> packets;
     ByteBuffer& content = *buf;
     while (content.readerIndex() < content.writerIndex()) {
-        auto length = static_cast<uint32_t>(forced(foundation::readVarInt(content)));
-        packets.push_back(forced(content.readSlice(length)));
+        auto length = foundation::readVarInt(content);
+        auto packet = length ? content.readSlice(static_cast<uint32_t>(*length)) : std::nullopt;
+        if (!packet) {
+            return unexpected("batch entry runs past the end");
+        }
+        packets.push_back(std::move(*packet));
     }
     return packets;
 }
 
-void BatchPacket::decode(ByteBuffer& buffer) {
+Expected<void> BatchPacket::decode(ByteBuffer& body) {
     // Inflated or copied straight from where the datagram landed.
-    auto body = buffer.readableView();
-    if (compressionAlgorithm_ == CompressionAlgorithm::ZLIB) {
-        buf = ByteBuffer(forced(inflateRaw(body)));
-    } else {
-        buf = ByteBuffer(body);
+    auto bytes = body.readableView();
+    body.moveReaderIndexForwardBy(static_cast<int64_t>(bytes.size()));
+    bool deflated = framing_.compression == CompressionAlgorithm::ZLIB;
+    if (deflated && framing_.algorithmByte) {
+        if (bytes.empty()) {
+            return unexpected("batch without its compression byte");
+        }
+        uint8_t algorithm = bytes.front();
+        bytes = bytes.subspan(1);
+        if (algorithm == snappyAlgorithm) {
+            return unexpected("batch compressed with Snappy");
+        }
+        if (algorithm != rawDeflateAlgorithm && algorithm != noCompression) {
+            char reason[48];
+            std::snprintf(reason, sizeof reason, "batch names an unknown compression %02X", algorithm);
+            return unexpected(reason);
+        }
+        deflated = algorithm == rawDeflateAlgorithm;
     }
-    buffer.moveReaderIndexForwardBy(static_cast<int64_t>(body.size()));
+    if (!deflated) {
+        buf = ByteBuffer(bytes);
+        return {};
+    }
+    auto inflated = inflateRaw(bytes, inflateLimit);
+    if (inflated) {
+        buf = ByteBuffer(*inflated);
+    } else if (framing_.rawWhenNotInflating) {
+        buf = ByteBuffer(bytes);
+    } else {
+        return unexpected("batch does not inflate");
+    }
+    return {};
 }
 
-void BatchPacket::encodeHeader(ByteBuffer& buffer) { buffer.writeInteger<uint8_t>(NetworkId); }
+void BatchPacket::encodeHeader(PacketWriter& out) const { out.u8(NetworkId); }
 
-void BatchPacket::encode(ByteBuffer& buffer) {
+void BatchPacket::encode(PacketWriter& out) const {
     // Deflated or copied straight from the batch's own store.
     auto content = buf->readableView();
-    if (compressionAlgorithm_ == CompressionAlgorithm::ZLIB) {
-        buffer.writeBytes(forced(deflateRaw(content)));
-    } else {
-        buffer.writeBytes(content);
+    if (framing_.compression == CompressionAlgorithm::NONE) {
+        out.bytes(content);
+        return;
     }
-    buf->moveReaderIndexForwardBy(static_cast<int64_t>(content.size()));
+    if (framing_.algorithmByte) {
+        out.u8(rawDeflateAlgorithm);
+    }
+    out.bytes(forced(deflateRaw(content)));
 }
 
 }  // namespace ferrylink::bridge

@@ -1,31 +1,36 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 
-#include "bridge/packets/data_packet.h"
+#include "foundation/byte_buffer.h"
+#include "foundation/expected.h"
 
 namespace ferrylink::bridge {
 
-// Two packets a client sends that the session acts on by their id alone; their
-// bodies are never read, so the fields stay unset.
+// The small packets a client sends on its way in. Each decoder reads the body
+// behind the header and fails, with its reason, on bytes that make no sense.
 
-// Asks for NetworkSettingsPacket before the login.
-class RequestNetworkSettingsPacket : public DataPacket {
-public:
+// Asks for NetworkSettingsPacket before the login; the first place where a
+// client of v554 or later names its protocol.
+struct RequestNetworkSettingsPacket {
     static constexpr uint8_t networkId = 193;
-    RequestNetworkSettingsPacket() : DataPacket(networkId) {}
+    int32_t protocolVersion = 0;
 
-    std::optional<int32_t> protocolVersion;
+    static foundation::Expected<RequestNetworkSettingsPacket> decode(foundation::ByteBuffer& body);
 };
 
 // Says that the client stands in the world: the moment of the hand-over.
-class SetLocalPlayerAsInitializedPacket : public DataPacket {
-public:
+struct SetLocalPlayerAsInitializedPacket {
     static constexpr uint8_t networkId = 113;
-    SetLocalPlayerAsInitializedPacket() : DataPacket(networkId) {}
+    uint64_t runtimeEntityId = 0;
 
-    std::optional<uint64_t> runtimeEntityId;
+    static foundation::Expected<SetLocalPlayerAsInitializedPacket> decode(foundation::ByteBuffer& body);
 };
+
+// Packets a client sends during the join that need no answer from a bridge.
+inline constexpr uint16_t requestChunkRadiusId = 69;
+inline constexpr uint16_t clientCacheStatusId = 129;
+inline constexpr uint16_t serverboundLoadingScreenId = 312;
+inline constexpr uint16_t resourcePacksReadyForValidationId = 340;
 
 }  // namespace ferrylink::bridge

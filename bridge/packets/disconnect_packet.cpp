@@ -1,13 +1,19 @@
 #include "bridge/packets/disconnect_packet.h"
 
-#include "foundation/codecs.h"
+#include "bridge/packets/version_groups.h"
 
 namespace ferrylink::bridge {
 
-void DisconnectPacket::encode(foundation::ByteBuffer& buffer) {
-    buffer.writeInteger<uint8_t>(hideDiscconnectionWindow ? 1 : 0);
+void DisconnectPacket::encode(PacketWriter& out) const {
+    if (protocol >= v622) {
+        out.zigzag32(0);  // reason: unknown
+    }
+    out.boolean(hideDiscconnectionWindow);
     if (!hideDiscconnectionWindow) {
-        foundation::writeVarString(buffer, message);
+        out.string(message);
+        if (protocol >= v712) {
+            out.string("");  // filtered_message
+        }
     }
 }
 

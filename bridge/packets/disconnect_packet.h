@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "bridge/packets/data_packet.h"
@@ -11,15 +12,18 @@ class DisconnectPacket : public DataPacket {
 public:
     static constexpr uint8_t networkId = 5;
 
-    DisconnectPacket() : DataPacket(networkId) {}
-    DisconnectPacket(std::string message, bool hideDiscconnectionWindow)
-        : DataPacket(networkId), hideDiscconnectionWindow(hideDiscconnectionWindow), message(std::move(message)) {}
+    DisconnectPacket(int32_t protocol, std::string message, bool hideDiscconnectionWindow)
+        : DataPacket(networkId),
+          protocol(protocol),
+          hideDiscconnectionWindow(hideDiscconnectionWindow),
+          message(std::move(message)) {}
 
+    const int32_t protocol;
     bool hideDiscconnectionWindow = false;
     std::string message;
 
-    // The flag, then the message only when the window is shown.
-    void encode(foundation::ByteBuffer& buffer) override;
+    // The message goes out only when the window is shown.
+    void encode(PacketWriter& out) const override;
 };
 
 }  // namespace ferrylink::bridge

@@ -4,25 +4,32 @@
 #include <array>
 
 #include "bridge/packets/network_tag.h"
-#include "bridge/server_link.h"
-#include "foundation/codecs.h"
-#include "foundation/fatal.h"
+#include "bridge/packets/version_groups.h"
 
 namespace ferrylink::bridge {
 
-void LevelChunkPacket::encode(foundation::ByteBuffer& buffer) {
-    foundation::ByteBuffer tag = ServerLink::current()->channelAllocator().buffer(dataLength);
+void LevelChunkPacket::encode(PacketWriter& out) const {
+    foundation::ByteBuffer tag;
     writeEmptyCompoundTag(tag);
     std::array<uint8_t, dataLength> data{};
     auto tagBytes = tag.readableView();
     std::copy(tagBytes.begin(), tagBytes.end(), data.begin());
 
-    foundation::writeSignedVarInt(buffer, chunkX);
-    foundation::writeSignedVarInt(buffer, chunkZ);
-    foundation::writeVarInt(buffer, 0);   // sub-chunk count
-    buffer.writeInteger<uint8_t>(0);      // blob cache enabled
-    foundation::writeVarInt(buffer, dataLength);
-    buffer.writeBytes(data);
+    out.zigzag32(chunkX);  // x
+    out.zigzag32(chunkZ);  // z
+    if (protocol >= v649) {
+        out.zigzag32(0);  // dimension: the overworld
+    }
+    out.varint(0);  // sub_chunk_count
+    if (protocol >= v2168) {
+        out.boolean(false);  // highest_subchunk_count, absent
+    }
+    out.boolean(false);  // cache_enabled
+    if (protocol >= v2168) {
+        out.varint(0);  // blobs, present even without the cache
+    }
+    out.varint(dataLength);  // payload
+    out.bytes(data);
 }
 
 }  // namespace ferrylink::bridge

@@ -15,13 +15,14 @@ public:
     // The length of the chunk data.
     static constexpr uint32_t dataLength = 258;
 
-    LevelChunkPacket(int32_t chunkX, int32_t chunkZ) : DataPacket(networkId), chunkX(chunkX), chunkZ(chunkZ) {}
+    LevelChunkPacket(int32_t protocol, int32_t chunkX, int32_t chunkZ)
+        : DataPacket(networkId), protocol(protocol), chunkX(chunkX), chunkZ(chunkZ) {}
 
+    const int32_t protocol;
     int32_t chunkX;
     int32_t chunkZ;
 
-    // Takes a buffer from the current server's channel (fatal without one).
-    void encode(foundation::ByteBuffer& buffer) override;
+    void encode(PacketWriter& out) const override;
 };
 
 }  // namespace ferrylink::bridge

@@ -10,8 +10,9 @@ namespace ferrylink::bridge {
 class MovePlayerPacket : public DataPacket {
 public:
     static constexpr uint8_t networkId = 19;
-    MovePlayerPacket() : DataPacket(networkId) {}
+    explicit MovePlayerPacket(int32_t protocol) : DataPacket(networkId), protocol(protocol) {}
 
+    const int32_t protocol;
     uint64_t runtimeEntityId = 1;
     float x = 0;
     float y = 0;
@@ -21,7 +22,7 @@ public:
     float rotY = 0;
     float rotZ = 0;
 
-    void encode(foundation::ByteBuffer& buffer) override;
+    void encode(PacketWriter& out) const override;
 };
 
 }  // namespace ferrylink::bridge

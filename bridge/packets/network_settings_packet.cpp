@@ -1,17 +1,13 @@
 #include "bridge/packets/network_settings_packet.h"
 
-#include "foundation/codecs.h"
-
 namespace ferrylink::bridge {
 
-using foundation::Endianness;
-
-void NetworkSettingsPacket::encode(foundation::ByteBuffer& buffer) {
-    buffer.writeInteger<uint16_t>(1, Endianness::little);  // compression threshold
-    buffer.writeInteger<uint16_t>(0, Endianness::little);  // compression algorithm
-    buffer.writeInteger<uint8_t>(0);                       // client throttle enabled
-    buffer.writeInteger<uint8_t>(0);                       // client throttle threshold
-    foundation::writeFloat(buffer, 0.0f);                  // client throttle scalar
+void NetworkSettingsPacket::encode(PacketWriter& out) const {
+    out.lu16(1);         // compression_threshold
+    out.lu16(0);         // compression_algorithm
+    out.boolean(false);  // client_throttle
+    out.u8(0);           // client_throttle_threshold
+    out.lf32(0.0f);      // client_throttle_scalar
 }
 
 }  // namespace ferrylink::bridge

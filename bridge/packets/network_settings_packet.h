@@ -5,14 +5,14 @@
 namespace ferrylink::bridge {
 
 // The answer to RequestNetworkSettingsPacket: compress everything from one
-// byte on, with the algorithm numbered 0, and no throttling. The same bytes
-// for every client.
+// byte on, with raw deflate (algorithm 0), and no throttling. The same bytes
+// for every client that asks.
 class NetworkSettingsPacket : public DataPacket {
 public:
     static constexpr uint8_t networkId = 143;
     NetworkSettingsPacket() : DataPacket(networkId) {}
 
-    void encode(foundation::ByteBuffer& buffer) override;
+    void encode(PacketWriter& out) const override;
 };
 
 }  // namespace ferrylink::bridge

@@ -8,20 +8,23 @@ namespace ferrylink::bridge {
 using Type = PacketViolationWarningPacket::PacketViolationType;
 using Severity = PacketViolationWarningPacket::PacketViolationSeverity;
 
-void PacketViolationWarningPacket::decode(foundation::ByteBuffer& buffer) {
-    int64_t typeIndex = int64_t{foundation::forced(foundation::readSignedVarInt(buffer))} + 1;
-    if (typeIndex < 0 || typeIndex > static_cast<int64_t>(Type::MALFORMED_PACKET)) {
-        foundation::fatalFault();
+foundation::Expected<PacketViolationWarningPacket> PacketViolationWarningPacket::decode(foundation::ByteBuffer& body) {
+    auto type = foundation::readSignedVarInt(body);
+    auto severity = foundation::readSignedVarInt(body);
+    auto id = foundation::readSignedVarInt(body);
+    auto content = foundation::readVarString(body);
+    if (!type || !severity || !id || !content) {
+        return foundation::unexpected("packet violation warning cut short");
     }
-    type = static_cast<Type>(typeIndex);
-    // No offset here, unlike the type.
-    int64_t severityIndex = foundation::forced(foundation::readSignedVarInt(buffer));
-    if (severityIndex < 0 || severityIndex > static_cast<int64_t>(Severity::TERMINATING_CONNECTION)) {
-        foundation::fatalFault();
+    // The type is one below its case, the severity as it stands.
+    int64_t typeIndex = int64_t{*type} + 1;
+    int64_t severityIndex = *severity;
+    if (typeIndex < 0 || typeIndex > static_cast<int64_t>(Type::MALFORMED_PACKET) || severityIndex < 0 ||
+        severityIndex > static_cast<int64_t>(Severity::TERMINATING_CONNECTION)) {
+        return foundation::unexpected("packet violation warning of an unknown kind");
     }
-    severity = static_cast<Severity>(severityIndex);
-    id = foundation::forced(foundation::readSignedVarInt(buffer));
-    content = foundation::forced(foundation::readVarString(buffer));
+    return PacketViolationWarningPacket{static_cast<Type>(typeIndex), static_cast<Severity>(severityIndex), *id,
+                                        std::move(*content)};
 }
 
 std::string_view caseName(Type type) {

@@ -4,13 +4,13 @@
 #include <string>
 #include <string_view>
 
-#include "bridge/packets/data_packet.h"
+#include "foundation/byte_buffer.h"
+#include "foundation/expected.h"
 
 namespace ferrylink::bridge {
 
 // The client's complaint about a packet it could not read.
-class PacketViolationWarningPacket : public DataPacket {
-public:
+struct PacketViolationWarningPacket {
     static constexpr uint8_t networkId = 156;
 
     enum class PacketViolationType : int64_t {
@@ -24,16 +24,14 @@ public:
         TERMINATING_CONNECTION = 3,
     };
 
-    PacketViolationWarningPacket() : DataPacket(networkId) {}
-
     PacketViolationType type = PacketViolationType::UNKNOWN;
     PacketViolationSeverity severity = PacketViolationSeverity::UNKNOWN;
     int32_t id = 0;
     std::string content;
 
     // The type is read one below its case (-1 is UNKNOWN), the severity as it
-    // stands; a value outside either list is a fatal fault.
-    void decode(foundation::ByteBuffer& buffer) override;
+    // stands; a value outside either list, or bytes cut short, fail.
+    static foundation::Expected<PacketViolationWarningPacket> decode(foundation::ByteBuffer& body);
 };
 
 std::string_view caseName(PacketViolationWarningPacket::PacketViolationType type);

@@ -4,9 +4,9 @@
 
 namespace ferrylink::bridge {
 
-void PlayStatusPacket::encode(foundation::ByteBuffer& buffer) {
+void PlayStatusPacket::encode(PacketWriter& out) const {
     // Big-endian, unlike nearly every other integer of the game packets.
-    buffer.writeInteger(static_cast<int32_t>(foundation::forced(status)), foundation::Endianness::big);
+    out.i32(static_cast<int32_t>(foundation::forced(status)));
 }
 
 std::string_view caseName(PlayStatusPacket::Status status) {

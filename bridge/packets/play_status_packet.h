@@ -30,7 +30,7 @@ public:
     std::optional<Status> status;
 
     // The status as a big-endian 32-bit number. An unset status is a fatal fault.
-    void encode(foundation::ByteBuffer& buffer) override;
+    void encode(PacketWriter& out) const override;
 };
 
 std::string_view caseName(PlayStatusPacket::Status status);

@@ -69,15 +69,20 @@ private:
 };
 
 // Runs `step` (deflate or inflate) over the whole input that `stream` was
-// given, block by block, until it stops making progress; returns its last status.
+// given, block by block, until it stops making progress or the output would
+// pass `limit`; returns its last status, Z_BUF_ERROR for the limit.
 template <typename Step>
-int drain(z_stream& stream, uint8_t* block, std::vector<uint8_t>& output, Step step) {
+int drain(z_stream& stream, uint8_t* block, std::vector<uint8_t>& output, size_t limit, Step step) {
     int status = Z_OK;
     while (status == Z_OK) {
         stream.next_out = block;
         stream.avail_out = static_cast<uInt>(outputBlock);
         status = step(&stream);
-        output.insert(output.end(), block, block + (outputBlock - stream.avail_out));
+        size_t made = outputBlock - stream.avail_out;
+        if (output.size() + made > limit) {
+            return Z_BUF_ERROR;
+        }
+        output.insert(output.end(), block, block + made);
     }
     return status;
 }
@@ -95,14 +100,15 @@ std::optional<std::vector<uint8_t>> deflateRaw(std::span<const uint8_t> input) {
     stream->next_in = const_cast<Bytef*>(input.data());
     stream->avail_in = static_cast<uInt>(input.size());
     std::vector<uint8_t> output;
-    int status = drain(*stream, streams.block(), output, [](z_stream* s) { return deflate(s, Z_FINISH); });
+    int status = drain(*stream, streams.block(), output, std::numeric_limits<size_t>::max(),
+                       [](z_stream* s) { return deflate(s, Z_FINISH); });
     if (status != Z_STREAM_END) {
         return std::nullopt;
     }
     return output;
 }
 
-std::optional<std::vector<uint8_t>> inflateRaw(std::span<const uint8_t> input) {
+std::optional<std::vector<uint8_t>> inflateRaw(std::span<const uint8_t> input, size_t limit) {
     if (input.size() > std::numeric_limits<uInt>::max()) {
         return std::nullopt;
     }
@@ -116,7 +122,7 @@ std::optional<std::vector<uint8_t>> inflateRaw(std::span<const uint8_t> input) {
     std::vector<uint8_t> output;
     // Z_OK means progress was made; without input left and no end of stream
     // the next call reports Z_BUF_ERROR, which is how a cut stream shows.
-    int status = drain(*stream, streams.block(), output, [](z_stream* s) { return inflate(s, Z_NO_FLUSH); });
+    int status = drain(*stream, streams.block(), output, limit, [](z_stream* s) { return inflate(s, Z_NO_FLUSH); });
     if (status != Z_STREAM_END) {
         return std::nullopt;
     }

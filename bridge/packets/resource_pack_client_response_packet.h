@@ -5,15 +5,17 @@
 #include <string_view>
 #include <vector>
 
-#include "bridge/packets/data_packet.h"
+#include "foundation/byte_buffer.h"
+#include "foundation/expected.h"
 
 namespace ferrylink::bridge {
 
 // The client's answer to the pack list and the pack stack.
-class ResourcePackClientResponsePacket : public DataPacket {
-public:
+struct ResourcePackClientResponsePacket {
     static constexpr uint8_t networkId = 8;
 
+    // The numbers up to v2168; from there on the client counts from REFUSED
+    // as 0 and has no NONE.
     enum class Status : uint8_t {
         NONE = 0,
         REFUSED = 1,
@@ -22,13 +24,12 @@ public:
         COMPLETED = 4,
     };
 
-    ResourcePackClientResponsePacket() : DataPacket(networkId) {}
-
     Status status = Status::NONE;
     std::vector<std::string> packIds;
 
-    // A status byte outside 0..4 gives NONE; short input is a fatal fault.
-    void decode(foundation::ByteBuffer& buffer) override;
+    // A status outside the list gives NONE; bytes cut short are a failure.
+    static foundation::Expected<ResourcePackClientResponsePacket> decode(foundation::ByteBuffer& body,
+                                                                         int32_t protocol);
 };
 
 std::string_view caseName(ResourcePackClientResponsePacket::Status status);

@@ -1,26 +1,26 @@
 #include "bridge/packets/resource_pack_stack_packet.h"
 
-#include "foundation/codecs.h"
+#include "bridge/packets/version_groups.h"
 
 namespace ferrylink::bridge {
 
-using foundation::Endianness;
-
-void ResourcePackStackPacket::encode(foundation::ByteBuffer& buffer) {
-    buffer.writeInteger<uint8_t>(mustAccept);
-    foundation::writeVarInt(buffer, 0);           // behaviour packs
-    foundation::writeVarInt(buffer, 0);           // resource packs
-    buffer.writeInteger<uint8_t>(0);              // experimental
-    foundation::writeVarString(buffer, "*");      // game version
-}
-
-void ResourcePackStackPacket_419::encode(foundation::ByteBuffer& buffer) {
-    buffer.writeInteger<uint8_t>(mustAccept);
-    foundation::writeVarInt(buffer, 0);                    // behaviour packs
-    foundation::writeVarInt(buffer, 0);                    // resource packs
-    foundation::writeVarString(buffer, "*");               // game version
-    buffer.writeInteger<int32_t>(0, Endianness::little);   // experiments
-    buffer.writeInteger<uint8_t>(0);                       // experiments previously toggled
+void ResourcePackStackPacket::encode(PacketWriter& out) const {
+    out.boolean(mustAccept);
+    if (protocol < v898) {
+        out.varint(0);  // behavior_packs
+    }
+    out.varint(0);  // resource_packs
+    if (protocol < v419) {
+        out.boolean(false);  // experimental
+    }
+    out.string("*");  // game_version
+    if (protocol >= v419) {
+        out.li32(0);         // experiments
+        out.boolean(false);  // experiments_previously_used
+    }
+    if (protocol >= v671) {
+        out.boolean(false);  // has_editor_packs
+    }
 }
 
 }  // namespace ferrylink::bridge

@@ -1,30 +1,22 @@
 #pragma once
 
+#include <cstdint>
+
 #include "bridge/packets/data_packet.h"
 
 namespace ferrylink::bridge {
 
-// The order in which a client applies its packs: no packs at all. Two layouts,
-// chosen by the client's protocol number (PipedPlayer::sendResourcePackStack).
-
+// The order in which a client applies its packs: no packs at all, in the
+// layout of the client's protocol.
 class ResourcePackStackPacket : public DataPacket {
 public:
     static constexpr uint8_t networkId = 7;
-    ResourcePackStackPacket() : DataPacket(networkId) {}
+    explicit ResourcePackStackPacket(int32_t protocol) : DataPacket(networkId), protocol(protocol) {}
 
+    const int32_t protocol;
     bool mustAccept = false;
 
-    void encode(foundation::ByteBuffer& buffer) override;
-};
-
-class ResourcePackStackPacket_419 : public DataPacket {
-public:
-    static constexpr uint8_t networkId = 7;
-    ResourcePackStackPacket_419() : DataPacket(networkId) {}
-
-    bool mustAccept = false;
-
-    void encode(foundation::ByteBuffer& buffer) override;
+    void encode(PacketWriter& out) const override;
 };
 
 }  // namespace ferrylink::bridge

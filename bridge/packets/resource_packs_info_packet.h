@@ -1,33 +1,24 @@
 #pragma once
 
+#include <cstdint>
+
 #include "bridge/packets/data_packet.h"
 
 namespace ferrylink::bridge {
 
-// The list of packs a client must have: always empty here. Two layouts, chosen
-// by the client's protocol number (PipedPlayer::sendResourcePacksInfo).
-
-class ResourcePacksInfoPacket_422 : public DataPacket {
+// The packs a client must have before it may join: none, in the layout of
+// the client's protocol.
+class ResourcePacksInfoPacket : public DataPacket {
 public:
     static constexpr uint8_t networkId = 6;
-    ResourcePacksInfoPacket_422() : DataPacket(networkId) {}
+    explicit ResourcePacksInfoPacket(int32_t protocol) : DataPacket(networkId), protocol(protocol) {}
 
-    bool mustAccept = false;
-    bool hasScripts = false;
-
-    void encode(foundation::ByteBuffer& buffer) override;
-};
-
-class ResourcePacksInfoPacket_448 : public DataPacket {
-public:
-    static constexpr uint8_t networkId = 6;
-    ResourcePacksInfoPacket_448() : DataPacket(networkId) {}
-
+    const int32_t protocol;
     bool mustAccept = false;
     bool hasScripts = false;
     bool forcingServerPacksEnabled = false;
 
-    void encode(foundation::ByteBuffer& buffer) override;
+    void encode(PacketWriter& out) const override;
 };
 
 }  // namespace ferrylink::bridge

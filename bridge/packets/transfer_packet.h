@@ -12,13 +12,14 @@ class TransferPacket : public DataPacket {
 public:
     static constexpr uint8_t networkId = 85;
 
-    TransferPacket() : DataPacket(networkId) {}
-    TransferPacket(std::string address, uint16_t port) : DataPacket(networkId), address(std::move(address)), port(port) {}
+    TransferPacket(int32_t protocol, std::string address, uint16_t port)
+        : DataPacket(networkId), protocol(protocol), address(std::move(address)), port(port) {}
 
+    const int32_t protocol;
     std::string address;
     uint16_t port = 19132;
 
-    void encode(foundation::ByteBuffer& buffer) override;
+    void encode(PacketWriter& out) const override;
 };
 
 }  // namespace ferrylink::bridge

@@ -32,14 +32,14 @@ std::vector<std::string> splitAtDots(const std::string& token) {
     }
 }
 
-nlohmann::json decodePart(const std::string& part) {
+foundation::Expected<nlohmann::json> decodePart(const std::string& part) {
     auto decoded = decodeBase64Url(part);
     if (!decoded) {
-        throw WebTokenError("Malformed jwt token, failed to decode base64Url value " + part);
+        return foundation::unexpected("Malformed jwt token, failed to decode base64Url value " + part);
     }
     auto value = nlohmann::json::parse(*decoded, nullptr, false);
     if (!value.is_object()) {
-        throw WebTokenError("Malformed jwt token, failed to parse JSON value from base64Url " + part);
+        return foundation::unexpected("Malformed jwt token, failed to parse JSON value from base64Url " + part);
     }
     return value;
 }
@@ -76,15 +76,40 @@ std::optional<std::string> decodeBase64Url(std::string_view text) {
     return bytes;
 }
 
-WebToken WebToken::decode(const std::string& token) {
+std::string encodeBase64Url(std::string_view bytes) {
+    static constexpr std::string_view alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
+    std::string text;
+    uint32_t bits = 0;
+    int count = 0;
+    for (unsigned char byte : bytes) {
+        bits = bits << 8 | byte;
+        count += 8;
+        while (count >= 6) {
+            count -= 6;
+            text += alphabet[(bits >> count) & 0x3F];
+        }
+    }
+    if (count > 0) {
+        text += alphabet[(bits << (6 - count)) & 0x3F];
+    }
+    return text;
+}
+
+foundation::Expected<WebToken> WebToken::decode(const std::string& token) {
     auto parts = splitAtDots(token);
     if (parts.size() != 3) {
-        throw WebTokenError("Malformed jwt token " + token + " has " + std::to_string(parts.size()) +
-                            " parts when it should have 3 parts");
+        return foundation::unexpected("Malformed jwt token " + token + " has " + std::to_string(parts.size()) +
+                                      " parts when it should have 3 parts");
     }
     auto header = decodePart(parts[0]);
+    if (!header) {
+        return foundation::unexpected(header.error());
+    }
     auto body = decodePart(parts[1]);
-    return WebToken(std::move(header), std::move(body));
+    if (!body) {
+        return foundation::unexpected(body.error());
+    }
+    return WebToken(std::move(*header), std::move(*body));
 }
 
 std::optional<std::string> WebToken::claimString(std::string_view name) const {

@@ -1,28 +1,24 @@
 #pragma once
 
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 
 #include <nlohmann/json.hpp>
 
-namespace ferrylink::bridge {
+#include "foundation/expected.h"
 
-// A token that could not be taken apart; what() is the line the login logs.
-class WebTokenError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
+namespace ferrylink::bridge {
 
 // A signed web token in compact form (three base64url parts joined by "."),
 // read without any key: the login is not authenticated, so the signature, the
 // header's algorithm and the times of validity are never looked at.
 class WebToken {
 public:
-    // Throws WebTokenError when the token hasn't three parts, when the header
-    // or body isn't base64url (padded or not), or isn't a JSON object.
-    static WebToken decode(const std::string& token);
+    // Fails, with the line the login logs, when the token hasn't three parts,
+    // when the header or body isn't base64url (padded or not), or isn't a
+    // JSON object.
+    static foundation::Expected<WebToken> decode(const std::string& token);
 
     const nlohmann::json& header() const { return header_; }
     const nlohmann::json& body() const { return body_; }
@@ -39,5 +35,7 @@ private:
 // Base64url, with or without "=" padding; nothing for any other character or
 // an impossible length.
 std::optional<std::string> decodeBase64Url(std::string_view text);
+// Base64url as tokens carry it: no padding.
+std::string encodeBase64Url(std::string_view bytes);
 
 }  // namespace ferrylink::bridge

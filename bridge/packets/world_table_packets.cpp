@@ -1,20 +1,32 @@
 #include "bridge/packets/world_table_packets.h"
 
+#include "bridge/packets/version_groups.h"
 #include "bridge/world_resources.h"
-#include "foundation/codecs.h"
 
 namespace ferrylink::bridge {
 
-void BiomeDefinitionListPacket::encode(foundation::ByteBuffer& buffer) {
-    buffer.writeBytes(WorldResources::require(WorldResource::biomeDefinitions).readableView());
+void BiomeDefinitionListPacket::encode(PacketWriter& out) const {
+    if (protocol < v800) {
+        out.bytes(WorldResources::require(WorldResource::biomeDefinitions).readableView());
+        return;
+    }
+    out.varint(0);  // biome_definitions
+    out.varint(0);  // string_list
 }
 
-void AvailableEntityIdentifiersPacket::encode(foundation::ByteBuffer& buffer) {
-    buffer.writeBytes(WorldResources::require(WorldResource::entityIdentifiers).readableView());
+void AvailableEntityIdentifiersPacket::encode(PacketWriter& out) const {
+    out.bytes(WorldResources::require(WorldResource::entityIdentifiers).readableView());
 }
 
-void CreativeContentPacket::encode(foundation::ByteBuffer& buffer) {
-    foundation::writeVarInt(buffer, 0);  // item count
+void CreativeContentPacket::encode(PacketWriter& out) const {
+    if (protocol >= v776) {
+        out.varint(0);  // groups
+    }
+    out.varint(0);  // items
+}
+
+void ItemRegistryPacket::encode(PacketWriter& out) const {
+    out.varint(0);  // itemstates
 }
 
 }  // namespace ferrylink::bridge

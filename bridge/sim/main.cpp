@@ -11,7 +11,7 @@
 
 int main(int argc, char** argv) {
     ferrylink::testing::ConsoleOptions options;
-    int raknetVersion = options.raknetVersion;
+    int raknetVersion = 0;
     int64_t timeoutMs = options.timeout.count();
     std::string bundle;
 
@@ -19,15 +19,16 @@ int main(int argc, char** argv) {
     app.add_option("--host", options.host, "Address of the bridge (loopback)")->capture_default_str();
     app.add_option("--port", options.port, "UDP port of the bridge")->capture_default_str()->check(CLI::Range(1, 65535));
     app.add_option("--protocol", options.protocol, "Game protocol the console claims")->capture_default_str();
-    app.add_option("--raknet", raknetVersion, "RakNet protocol version, 10 or 11")
-        ->capture_default_str()
+    app.add_option("--raknet", raknetVersion, "RakNet protocol version, 10 or 11 (default: as consoles of the protocol)")
         ->check(CLI::IsMember({10, 11}));
     app.add_option("--timeout", timeoutMs, "Milliseconds for the whole join")->capture_default_str()->check(CLI::PositiveNumber);
     app.add_option("--name", options.displayName, "Display name in the login")->capture_default_str();
     app.add_option("--bundle", bundle, "Folder of the resource bundle to check tables against");
     CLI11_PARSE(app, argc, argv);
 
-    options.raknetVersion = static_cast<uint8_t>(raknetVersion);
+    if (raknetVersion != 0) {
+        options.raknetVersion = static_cast<uint8_t>(raknetVersion);
+    }
     options.timeout = std::chrono::milliseconds(timeoutMs);
     options.bundleFolder = bundle;
 

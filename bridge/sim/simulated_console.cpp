@@ -18,7 +18,20 @@
 #include <random>
 #include <sstream>
 
+#include "bridge/packets/disconnect_packet.h"
+#include "bridge/packets/level_chunk_packet.h"
+#include "bridge/packets/move_player_packet.h"
+#include "bridge/packets/network_settings_packet.h"
+#include "bridge/packets/play_status_packet.h"
+#include "bridge/packets/resource_pack_stack_packet.h"
+#include "bridge/packets/resource_packs_info_packet.h"
+#include "bridge/packets/start_game_packet.h"
+#include "bridge/packets/transfer_packet.h"
+#include "bridge/packets/version_groups.h"
+#include "bridge/packets/web_token.h"
+#include "bridge/packets/world_table_packets.h"
 #include "bridge/resource_bundle.h"
+#include "bridge/world_resources.h"
 #include "foundation/clock.h"
 #include "foundation/socket_address.h"
 #include "support/raknet_peer.h"
@@ -146,27 +159,10 @@ std::optional<Bytes> rawInflate(std::span<const uint8_t> input) {
 }
 
 std::string base64Url(std::span<const uint8_t> bytes) {
-    static constexpr std::string_view alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
-    std::string text;
-    uint32_t bits = 0;
-    int count = 0;
-    for (uint8_t byte : bytes) {
-        bits = bits << 8 | byte;
-        count += 8;
-        while (count >= 6) {
-            count -= 6;
-            text += alphabet[(bits >> count) & 0x3F];
-        }
-    }
-    if (count > 0) {
-        text += alphabet[(bits << (6 - count)) & 0x3F];
-    }
-    return text;
+    return bridge::encodeBase64Url(std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
 }
 
-std::string base64Url(std::string_view text) {
-    return base64Url(std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(text.data()), text.size()));
-}
+std::string base64Url(std::string_view text) { return bridge::encodeBase64Url(text); }
 
 std::string base64(std::span<const uint8_t> bytes) {
     std::string text(4 * ((bytes.size() + 2) / 3) + 1, '\0');
@@ -242,163 +238,44 @@ using Pattern = std::vector<std::optional<uint8_t>>;
 
 Pattern exactly(const Bytes& bytes) { return Pattern(bytes.begin(), bytes.end()); }
 
-// The ten start-game layouts, oldest first.
-enum Layout { L408, L419, L428, L440, L465, L475, L503, L526, L534, L544 };
-constexpr std::array<const char*, 10> layoutNames = {
-    "StartGamePacket",     "StartGamePacket_419", "StartGamePacket_428", "StartGamePacket_440",
-    "StartGamePacket_465", "StartGamePacket_475", "StartGamePacket_503", "StartGamePacket_526",
-    "StartGamePacket_534", "StartGamePacket_544"};
-
-Layout layoutFor(int32_t protocol) {
-    constexpr std::array<int32_t, 9> lastOf = {408, 427, 439, 464, 474, 502, 525, 533, 542};
-    for (size_t i = 0; i < lastOf.size(); ++i) {
-        if (protocol <= lastOf[i]) {
-            return static_cast<Layout>(i);
-        }
-    }
-    return L544;
+// A packet as the bridge writes it, header and body, through the protocol's
+// var-int writer: the layouts are the bridge's own, what is checked here is
+// that they reach the console whole and in order.
+Bytes bytesOf(const bridge::DataPacket& packet) {
+    foundation::ByteBuffer buffer;
+    bridge::PacketWriter out(buffer);
+    packet.encodeHeader(out);
+    packet.encode(out);
+    auto view = buffer.readableView();
+    return Bytes(view.begin(), view.end());
 }
 
-// The wire rows of the start-game record: bytes, and the layouts that have them.
-struct Row {
-    const char* bytes;
-    Layout from;
-    Layout until;
-};
-constexpr const char* palette = "palette";
-constexpr const char* random16 = "random16";
-
-constexpr Row startGameRows[] = {
-    {"82 00", L408, L544},                                     // entityUniqueId
-    {"81 00", L408, L544},                                     // entityRuntimeId
-    {"82 00", L408, L544},                                     // playerGameMode
-    {"00 00 00 00", L408, L544},                               // positionX
-    {"00 00 84 42", L408, L428},                               // positionY 66
-    {"00 00 00 00", L440, L544},                               // positionY 0
-    {"00 00 00 00", L408, L544},                               // positionZ
-    {"00 00 00 00 00 00 00 00", L408, L428},                   // pitch, yaw 0
-    {"00 00 80 3F 00 00 80 3F", L440, L544},                   // pitch, yaw 1
-    {"81 00", L408, L475},                                     // seed -1, var-int
-    {"FF FF FF FF FF FF FF FF", L503, L544},                   // seed -1, 64 bits
-    {"00 00 00", L408, L544},                                  // biomeType, biomeName
-    {"84 00", L408, L428},                                     // dimension 2
-    {"00", L440, L544},                                        // dimension 0
-    {"82 00 00", L408, L544},                                  // generator, worldGameMode
-    {"00", L534, L544},                                        // hardcore
-    {"00 00 00 00 00 00 00 00 00", L408, L544},                // difficulty .. educationProductId
-    {"00 00 00 00 00 00 00 00", L408, L544},                   // rainLevel, lightningLevel
-    {"00 01 01 88 00 88 00 01 00 00", L408, L544},             // platformLocked .. gameRuleCount
-    {"00 00 00 00 00", L419, L544},                            // experiments
-    {"00 00 00", L408, L544},                                  // bonusChest, startWithMap, permission
-    {"00 00 00 04", L408, L408},                               // serverChunkTickRadius, big-endian
-    {"04 00 00 00", L419, L544},                               // serverChunkTickRadius
-    {"00 00 00 00 00 00 01", L408, L544},                      // locks .. onlySpawnV1Villagers
-    {"00 00", L544, L544},                                     // persona, customSkins
-    {"81 00 2A", L408, L465},                                  // gameVersion "*"
-    {"87 00 31 2E 31 37 2E 34 30", L475, L544},                // gameVersion "1.17.40"
-    {"00 00 00 00 00 00 00 00 00", L408, L544},                // limitedWorld, newNether
-    {"00 00", L465, L544},                                     // educationButtonName, educationLinkUri
-    {"00 00", L544, L544},                                     // experimental override
-    {"00", L408, L544},                                        // experimentalGameplay
-    {"00", L408, L428},                                        // levelId ""
-    {"85 00 77 6F 72 6C 64", L440, L544},                      // levelId "world"
-    {"89 00 4C 41 4E 20 50 72 6F 78 79", L408, L544},          // worldName "LAN Proxy"
-    {"00", L408, L428},                                        // templateContentId ""
-    {"A4 00 30 30 30 30 30 30 30 30 2D 30 30 30 30 2D 30 30 30 30 2D 30 30 30 30 2D 30 30 30 30 30 30 30 30 30 30 30 "
-     "30",
-     L440, L544},                                              // templateContentId, nil UUID
-    {"00 00", L408, L544},                                     // demoWorld, movementMode
-    {"00 00", L428, L544},                                     // movementRewindSize, authoritative breaking
-    {"00 00 00 00 00 00 00 00 00", L408, L544},                // currentTick, enchantmentSeed
-    {palette, L408, L408},                                     // block palette
-    {"00", L419, L544},                                        // blockPropertyCount
-    {"00 00", L408, L544},                                     // itemTableCount, correlation id
-    {"01", L408, L408},                                        // inventoryFlag 1
-    {"00", L419, L544},                                        // inventoryFlag 0
-    {"00", L440, L544},                                        // serverEngine
-    {"0A 00 00", L526, L544},                                  // propertyData
-    {"00 00 00 00 00 00 00 00", L475, L544},                   // blockRegistryChecksum
-    {random16, L526, L544},                                    // worldTemplateId
-    {"00", L544, L544},                                        // clientSideGeneration
-};
-
-Pattern startGameBody(Layout layout, const Bytes& paletteBytes) {
-    Pattern body;
-    for (const Row& row : startGameRows) {
-        if (layout < row.from || layout > row.until) {
-            continue;
-        }
-        std::string_view bytes = row.bytes;
-        if (bytes == palette) {
-            body.insert(body.end(), paletteBytes.begin(), paletteBytes.end());
-        } else if (bytes == random16) {
-            body.insert(body.end(), 16, std::nullopt);
-        } else {
-            for (uint8_t byte : hex(bytes)) {
-                body.emplace_back(byte);
-            }
-        }
+// The start-game record with its world template id, drawn anew for every
+// record, left open.
+Pattern startGamePattern(int32_t protocol) {
+    bridge::StartGamePacket zeros(protocol);
+    bridge::StartGamePacket ones(protocol);
+    zeros.world.worldTemplateId = std::array<uint8_t, 16>{};
+    ones.world.worldTemplateId.emplace();
+    ones.world.worldTemplateId->fill(0xFF);
+    Bytes a = bytesOf(zeros);
+    Bytes b = bytesOf(ones);
+    Pattern pattern;
+    for (size_t i = 0; i < a.size(); ++i) {
+        pattern.push_back(a[i] == b[i] ? std::optional<uint8_t>(a[i]) : std::nullopt);
     }
-    return body;
+    return pattern;
 }
 
-// The coordinates -3 to 2 as the bridge's var-int writer puts them.
-Bytes chunkCoordinate(int32_t value) {
-    switch (value) {
-        case -3:
-            return hex("85 00");
-        case -2:
-            return hex("83 00");
-        case -1:
-            return hex("81 00");
-        case 0:
-            return hex("00");
-        case 1:
-            return hex("82 00");
-        default:
-            return hex("84 00");
-    }
-}
-
-Bytes chunkBody(int32_t chunkX, int32_t chunkZ) {
-    Bytes body = chunkCoordinate(chunkX);
-    append(body, chunkCoordinate(chunkZ));
-    append(body, hex("00 00 82 82 00 0A 00 00"));
-    body.insert(body.end(), 255, 0x00);
-    return body;
-}
-
-// Header bytes of every packet the bridge sends, by the var-int writer of the
-// bridge: ids below 128 in two bytes, 143 and 145 in three.
-Bytes headerOf(uint8_t id) {
-    switch (id) {
-        case 2:
-            return hex("82 00");
-        case 5:
-            return hex("85 00");
-        case 6:
-            return hex("86 00");
-        case 7:
-            return hex("87 00");
-        case 11:
-            return hex("8B 00");
-        case 19:
-            return hex("93 00");
-        case 58:
-            return hex("BA 00");
-        case 85:
-            return hex("D5 00");
-        case 119:
-            return hex("F7 00");
-        case 122:
-            return hex("FA 00");
-        case 143:
-            return hex("8F 81 00");
-        case 145:
-            return hex("91 81 00");
-        default:
-            return {};
-    }
+// A table passed through from the bundle, behind the packet's header.
+Pattern tablePattern(const bridge::DataPacket& packet, const Bytes& table) {
+    foundation::ByteBuffer buffer;
+    bridge::PacketWriter out(buffer);
+    packet.encodeHeader(out);
+    auto header = buffer.readableView();
+    Bytes bytes(header.begin(), header.end());
+    append(bytes, table);
+    return exactly(bytes);
 }
 
 std::optional<Bytes> readFile(const std::filesystem::path& path) {
@@ -516,18 +393,16 @@ private:
 class Join {
 public:
     Join(const ConsoleOptions& options, ConsoleReport& report)
-        : options_(options), report_(report), deadline_(SteadyClock::now() + options.timeout) {}
+        : options_(options),
+          report_(report),
+          deadline_(SteadyClock::now() + options.timeout),
+          protocol_(options.protocol),
+          raknetVersion_(options.raknetVersion.value_or(options.protocol >= bridge::v554 ? 11 : 10)) {}
 
     // The whole join, then a disconnect when a connection stands.
     void run();
 
 private:
-    struct Received {
-        uint8_t id = 0;
-        Bytes header;
-        Bytes body;
-    };
-
     std::chrono::milliseconds left() const {
         auto rest = std::chrono::duration_cast<std::chrono::milliseconds>(deadline_ - SteadyClock::now());
         return std::max(rest, std::chrono::milliseconds(1));
@@ -539,20 +414,27 @@ private:
 
     bool loadTables();
     bool discover();
-    void sendPacket(const Bytes& packet);
-    std::optional<Received> receivePacket(const std::string& expecting);
-    bool expect(const std::string& name, uint8_t id, const Pattern& body);
+    // One batch of packets in the framing the console has reached.
+    void sendBatch(const std::vector<Bytes>& packets);
+    // The one packet of the next batch, header and body.
+    std::optional<Bytes> receivePacket(const std::string& expecting);
+    bool expect(const std::string& name, const Pattern& packet);
+    bool expect(const std::string& name, const bridge::DataPacket& packet) { return expect(name, exactly(bytesOf(packet))); }
     Bytes loginPacket() const;
+    Bytes packResponse(bool completed) const;
     bool finishWithTransfer();
     void walkThrough();
 
     const ConsoleOptions& options_;
     ConsoleReport& report_;
     SteadyClock::time_point deadline_;
+    const int32_t protocol_;
+    const uint8_t raknetVersion_;
     std::optional<RakNetPeer> peer_;
     std::optional<OrderedPayloads> payloads_;
     bool connected_ = false;
     bool compressed_ = false;
+    bool algorithmByte_ = false;
     std::shared_ptr<const Tables> tables_;
 };
 
@@ -568,6 +450,11 @@ bool Join::loadTables() {
     tables_ = tablesIn(folder);
     if (!tables_) {
         return problem("resource files missing in " + folder.string());
+    }
+    // The oldest start-game layout carries the palette; a bridge in this
+    // process has loaded the same file already.
+    if (!bridge::WorldResources::get(bridge::WorldResource::requiredBlockStates)) {
+        bridge::WorldResources::set(bridge::WorldResource::requiredBlockStates, foundation::ByteBuffer(tables_->palette));
     }
     return true;
 }
@@ -593,12 +480,17 @@ bool Join::discover() {
     return true;
 }
 
-void Join::sendPacket(const Bytes& packet) {
+void Join::sendBatch(const std::vector<Bytes>& packets) {
     Bytes entries;
-    writeVarInt(entries, packet.size());
-    append(entries, packet);
+    for (const auto& packet : packets) {
+        writeVarInt(entries, packet.size());
+        append(entries, packet);
+    }
     Bytes payload{0xFE};
     if (compressed_) {
+        if (algorithmByte_) {
+            payload.push_back(0x00);
+        }
         append(payload, rawDeflate(entries).value());
     } else {
         append(payload, entries);
@@ -606,15 +498,24 @@ void Join::sendPacket(const Bytes& packet) {
     peer_->sendPayload(payload);
 }
 
-std::optional<Join::Received> Join::receivePacket(const std::string& expecting) {
+std::optional<Bytes> Join::receivePacket(const std::string& expecting) {
     auto payload = payloads_->nextGamePayload(deadline_);
     if (!payload) {
         problem("timed out waiting for " + expecting);
         return std::nullopt;
     }
     std::span<const uint8_t> body(payload->data() + 1, payload->size() - 1);
+    bool deflated = compressed_;
+    if (compressed_ && algorithmByte_) {
+        if (body.empty() || (body[0] != 0x00 && body[0] != 0xFF)) {
+            problem("batch for " + expecting + " doesn't name its compression: " + hexText(body));
+            return std::nullopt;
+        }
+        deflated = body[0] == 0x00;
+        body = body.subspan(1);
+    }
     Bytes content;
-    if (compressed_) {
+    if (deflated) {
         auto inflated = rawInflate(body);
         if (!inflated) {
             problem("batch for " + expecting + " isn't a raw DEFLATE stream: " + hexText(body));
@@ -630,49 +531,39 @@ std::optional<Join::Received> Join::receivePacket(const std::string& expecting) 
         problem("batch for " + expecting + " doesn't hold exactly one packet: " + hexText(content));
         return std::nullopt;
     }
-    size_t headerStart = at;
-    auto header = readVarInt(content, at);
-    if (!header) {
-        problem("packet header cut short for " + expecting);
-        return std::nullopt;
-    }
-    Received received;
-    received.id = static_cast<uint8_t>(*header & 0xFF);
-    received.header.assign(content.begin() + static_cast<std::ptrdiff_t>(headerStart),
-                           content.begin() + static_cast<std::ptrdiff_t>(at));
-    received.body.assign(content.begin() + static_cast<std::ptrdiff_t>(at), content.end());
-    return received;
+    return Bytes(content.begin() + static_cast<std::ptrdiff_t>(at), content.end());
 }
 
-bool Join::expect(const std::string& name, uint8_t id, const Pattern& body) {
+bool Join::expect(const std::string& name, const Pattern& packet) {
     auto received = receivePacket(name);
     if (!received) {
         return false;
     }
     report_.received.push_back(name);
-    if (received->id != id) {
-        return problem("expected " + name + " (id " + std::to_string(id) + "), got id " + std::to_string(received->id));
+    if (received->size() != packet.size()) {
+        return problem(name + " has " + std::to_string(received->size()) + " bytes, not " +
+                       std::to_string(packet.size()) + ": " + hexText(*received));
     }
-    if (received->header != headerOf(id)) {
-        return problem(name + " header is " + hexText(received->header) + ", not " + hexText(headerOf(id)));
-    }
-    if (received->body.size() != body.size()) {
-        return problem(name + " body has " + std::to_string(received->body.size()) + " bytes, not " +
-                       std::to_string(body.size()) + ": " + hexText(received->body));
-    }
-    for (size_t i = 0; i < body.size(); ++i) {
-        if (body[i] && *body[i] != received->body[i]) {
-            return problem(name + " body differs at byte " + std::to_string(i) + ": " + hexText(received->body));
+    for (size_t i = 0; i < packet.size(); ++i) {
+        if (packet[i] && *packet[i] != (*received)[i]) {
+            return problem(name + " differs at byte " + std::to_string(i) + ": " + hexText(*received));
         }
     }
     return true;
 }
 
+// The login of a console that isn't signed in: its own key signs a chain of
+// one token with an empty XUID, inside the envelope of its protocol; from
+// v944 on a token of claims names it, with no chain at all.
 Bytes Join::loginPacket() const {
     int64_t now = foundation::Clock::currentTimeMillis() / 1000;
     SigningKey key;
     std::string publicKey = key.valid() ? key.publicKey() : base64(randomBytes(120));
     nlohmann::json header = {{"alg", "ES384"}, {"x5u", publicKey}};
+    auto signedToken = [&key](const nlohmann::json& head, const nlohmann::json& body) {
+        std::string content = base64Url(head.dump()) + "." + base64Url(body.dump());
+        return content + "." + base64Url(key.sign(content));
+    };
     nlohmann::json claims = {
         {"extraData",
          {{"XUID", ""}, {"identity", "2c3e0f5a-8f0e-4b1a-9a57-4e4c2d8b7c11"}, {"displayName", options_.displayName}}},
@@ -680,26 +571,38 @@ Bytes Join::loginPacket() const {
         {"nbf", now - 60},
         {"exp", now + 86400},
     };
-    // Self-signed: no authority stands behind a console that isn't signed in.
-    auto signedToken = [&key](const nlohmann::json& head, const nlohmann::json& body) {
-        std::string content = base64Url(head.dump()) + "." + base64Url(body.dump());
-        return content + "." + base64Url(key.sign(content));
-    };
     std::string chain = nlohmann::json{{"chain", {signedToken(header, claims)}}}.dump();
-    std::string clientData = signedToken(header, {{"DeviceOS", 7}, {"SkinId", "Standard_Custom"}});
+    std::string identity = chain;
+    if (protocol_ >= bridge::v944) {
+        nlohmann::json token = {{"xname", options_.displayName}, {"xid", ""}, {"cpk", publicKey}, {"exp", now + 86400}};
+        identity = nlohmann::json{{"AuthenticationType", 0}, {"Certificate", ""}, {"Token", signedToken(header, token)}}.dump();
+    } else if (protocol_ >= bridge::v818) {
+        identity = nlohmann::json{{"AuthenticationType", 2}, {"Certificate", chain}, {"Token", ""}}.dump();
+    }
+    std::string clientData = signedToken(
+        header, {{"DeviceOS", 7}, {"SkinId", "Standard_Custom"}, {"ThirdPartyName", options_.displayName}});
 
     Bytes request;
-    writeInt32(request, static_cast<int32_t>(chain.size()), false);
-    request.insert(request.end(), chain.begin(), chain.end());
+    writeInt32(request, static_cast<int32_t>(identity.size()), false);
+    request.insert(request.end(), identity.begin(), identity.end());
     writeInt32(request, static_cast<int32_t>(clientData.size()), false);
     request.insert(request.end(), clientData.begin(), clientData.end());
 
     Bytes packet;
     writeVarInt(packet, 1);
-    writeInt32(packet, options_.protocol, true);
+    writeInt32(packet, protocol_, true);
     writeVarInt(packet, request.size());
     append(packet, request);
     return packet;
+}
+
+// HAVE_ALL_PACKS or COMPLETED, with no pack ids; from v2168 the numbers start
+// one lower, a name follows and the list is gone.
+Bytes Join::packResponse(bool completed) const {
+    if (protocol_ >= bridge::v2168) {
+        return hex(completed ? "08 03 00" : "08 02 00");
+    }
+    return hex(completed ? "08 04 00 00" : "08 03 00 00");
 }
 
 bool Join::finishWithTransfer() {
@@ -708,35 +611,43 @@ bool Join::finishWithTransfer() {
         return false;
     }
     size_t at = 0;
-    auto length = readVarInt(received->body, at);
-    if (received->id == 5) {
+    auto header = readVarInt(*received, at);
+    if (header && *header == bridge::DisconnectPacket::networkId) {
         report_.received.push_back("DisconnectPacket");
-        if (received->body.empty() || received->body[0] != 0) {
+        // Behind the reason, from v622 on, the flag that shows the window.
+        at += protocol_ >= bridge::v622 ? 1 : 0;
+        if (at >= received->size() || (*received)[at] != 0) {
             return problem("DisconnectPacket hides its window");
         }
-        at = 1;
-        length = readVarInt(received->body, at);
-        if (!length || at + *length != received->body.size()) {
-            return problem("DisconnectPacket message malformed: " + hexText(received->body));
+        ++at;
+        auto length = readVarInt(*received, at);
+        if (!length || at + *length > received->size()) {
+            return problem("DisconnectPacket message malformed: " + hexText(*received));
         }
-        report_.disconnectMessage.emplace(received->body.begin() + static_cast<std::ptrdiff_t>(at), received->body.end());
+        report_.disconnectMessage.emplace(received->begin() + static_cast<std::ptrdiff_t>(at),
+                                          received->begin() + static_cast<std::ptrdiff_t>(at + *length));
         return true;
     }
     report_.received.push_back("TransferPacket");
     report_.transferReadAt = SteadyClock::now();
-    if (received->id != 85) {
-        return problem("expected TransferPacket, got id " + std::to_string(received->id));
+    if (!header || *header != bridge::TransferPacket::networkId) {
+        return problem("expected TransferPacket, got " + hexText(*received));
     }
-    if (received->header != headerOf(85)) {
-        return problem("TransferPacket header is " + hexText(received->header));
+    auto length = readVarInt(*received, at);
+    if (!length || at + *length + 2 > received->size()) {
+        return problem("TransferPacket body malformed: " + hexText(*received));
     }
-    if (!length || at + *length + 2 != received->body.size()) {
-        return problem("TransferPacket body malformed: " + hexText(received->body));
-    }
-    report_.transferAddress.emplace(received->body.begin() + static_cast<std::ptrdiff_t>(at),
-                                    received->body.begin() + static_cast<std::ptrdiff_t>(at + *length));
+    std::string address(received->begin() + static_cast<std::ptrdiff_t>(at),
+                        received->begin() + static_cast<std::ptrdiff_t>(at + *length));
     size_t port = at + *length;
-    report_.transferPort = static_cast<uint16_t>(received->body[port] | received->body[port + 1] << 8);
+    auto portNumber = static_cast<uint16_t>((*received)[port] | (*received)[port + 1] << 8);
+    // The whole packet as the bridge must write it for this protocol.
+    if (*received != bytesOf(bridge::TransferPacket(protocol_, address, portNumber))) {
+        return problem("TransferPacket doesn't have the layout of protocol " + std::to_string(protocol_) + ": " +
+                       hexText(*received));
+    }
+    report_.transferAddress = address;
+    report_.transferPort = portNumber;
     return true;
 }
 
@@ -771,69 +682,72 @@ void Join::walkThrough() {
         options_.beforeConnect();
     }
     report_.connectSentAt = SteadyClock::now();
-    if (!peer_->connect(options_.mtu, options_.raknetVersion)) {
+    if (!peer_->connect(options_.mtu, raknetVersion_)) {
         problem("RakNet connection not accepted");
         return;
     }
     connected_ = true;
 
-    const int32_t protocol = options_.protocol;
-    if (options_.raknetVersion >= 11) {
-        Bytes request;
-        writeVarInt(request, 193);
+    const int32_t protocol = protocol_;
+    if (raknetVersion_ >= 11) {
+        Bytes request = hex("C1 01");  // RequestNetworkSettings, the protocol big-endian
         writeInt32(request, protocol, true);
-        sendPacket(request);
-        if (!expect("NetworkSettingsPacket", 143, exactly(hex("01 00 00 00 00 00 00 00 00 00")))) {
+        sendBatch({request});
+        if (!expect("NetworkSettingsPacket", bridge::NetworkSettingsPacket())) {
             return;
         }
+        algorithmByte_ = protocol >= bridge::v649;
     }
     compressed_ = true;
 
-    sendPacket(login);
-    if (!expect("PlayStatusPacket LOGIN_SUCCESS", 2, exactly(hex("00 00 00 00")))) {
-        return;
+    // Newer consoles say right behind their login that they keep no chunk cache.
+    if (protocol >= bridge::v567) {
+        sendBatch({login, hex("81 01 00")});
+    } else {
+        sendBatch({login});
     }
-    bool newInfo = protocol > 440;
-    if (!expect(newInfo ? "ResourcePacksInfoPacket_448" : "ResourcePacksInfoPacket_422", 6,
-                exactly(Bytes(newInfo ? 7 : 6, 0x00)))) {
-        return;
-    }
-
-    sendPacket(hex("08 03 00 00"));  // HAVE_ALL_PACKS, no pack ids
-    bool newStack = protocol >= 409;
-    if (!expect(newStack ? "ResourcePackStackPacket_419" : "ResourcePackStackPacket", 7,
-                exactly(hex(newStack ? "00 00 00 81 00 2A 00 00 00 00 00" : "00 00 00 00 81 00 2A")))) {
+    if (!expect("PlayStatusPacket LOGIN_SUCCESS", bridge::PlayStatusPacket(bridge::PlayStatusPacket::Status::LOGIN_SUCCESS)) ||
+        !expect("ResourcePacksInfoPacket", bridge::ResourcePacksInfoPacket(protocol))) {
         return;
     }
 
-    sendPacket(hex("08 04 00 00"));  // COMPLETED
-    Bytes move = hex("81 00");
-    move.insert(move.end(), 28, 0x00);
-    if (!expect("MovePlayerPacket", 19, exactly(move))) {
+    sendBatch({packResponse(false)});
+    if (!expect("ResourcePackStackPacket", bridge::ResourcePackStackPacket(protocol))) {
         return;
     }
-    Layout layout = layoutFor(protocol);
-    if (!expect(layoutNames[layout], 11, startGameBody(layout, tables_->palette))) {
+    if (protocol >= bridge::v944) {
+        sendBatch({hex("D4 02")});  // ResourcePacksReadyForValidation
+    }
+
+    sendBatch({packResponse(true)});
+    if (!expect("MovePlayerPacket", bridge::MovePlayerPacket(protocol)) ||
+        !expect("StartGamePacket", startGamePattern(protocol))) {
         return;
     }
-    if (protocol >= 409 && !expect("CreativeContentPacket", 145, exactly(hex("00")))) {
+    sendBatch({hex("45 10 10")});  // RequestChunkRadius 8
+    if (protocol >= bridge::v776 && !expect("ItemRegistryPacket", bridge::ItemRegistryPacket())) {
+        return;
+    }
+    if (protocol >= bridge::v419 && !expect("CreativeContentPacket", bridge::CreativeContentPacket(protocol))) {
         return;
     }
     for (int32_t chunkX = -3; chunkX <= 2; ++chunkX) {
         for (int32_t chunkZ = -3; chunkZ <= 2; ++chunkZ) {
             std::string name = "LevelChunkPacket " + std::to_string(chunkX) + "," + std::to_string(chunkZ);
-            if (!expect(name, 58, exactly(chunkBody(chunkX, chunkZ)))) {
+            if (!expect(name, bridge::LevelChunkPacket(protocol, chunkX, chunkZ))) {
                 return;
             }
         }
     }
-    if (!expect("BiomeDefinitionListPacket", 122, exactly(tables_->biomes)) ||
-        !expect("AvailableEntityIdentifiersPacket", 119, exactly(tables_->entities)) ||
-        !expect("PlayStatusPacket PLAYER_SPAWN", 2, exactly(hex("00 00 00 03")))) {
+    bridge::BiomeDefinitionListPacket biomes(protocol);
+    bool biomeTable = protocol < bridge::v800;
+    if (!expect("BiomeDefinitionListPacket", biomeTable ? tablePattern(biomes, tables_->biomes) : exactly(bytesOf(biomes))) ||
+        !expect("AvailableEntityIdentifiersPacket", tablePattern(bridge::AvailableEntityIdentifiersPacket(), tables_->entities)) ||
+        !expect("PlayStatusPacket PLAYER_SPAWN", bridge::PlayStatusPacket(bridge::PlayStatusPacket::Status::PLAYER_SPAWN))) {
         return;
     }
 
-    sendPacket(hex("71 01"));  // SetLocalPlayerAsInitialized, runtime entity 1
+    sendBatch({hex("71 01")});  // SetLocalPlayerAsInitialized, runtime entity 1
     finishWithTransfer();
 }
 

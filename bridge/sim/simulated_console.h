@@ -16,10 +16,12 @@ struct ConsoleOptions {
     // a loopback socket of the same family.
     std::string host = "127.0.0.1";
     int port = 19132;
-    // The game protocol the console claims in its login.
+    // The game protocol of the console: its login, the layouts it reads and
+    // the envelope of its login.
     int32_t protocol = 560;
     // 11 negotiates compression first; 10 compresses from the first packet.
-    uint8_t raknetVersion = 11;
+    // Unset, as consoles of the protocol do: 11 from v554 on, else 10.
+    std::optional<uint8_t> raknetVersion;
     uint16_t mtu = 1400;
     std::string displayName = "Console";
     // For the whole join, discovery to transfer.
@@ -60,16 +62,18 @@ struct ConsoleReport {
     bool clean() const { return problems.empty(); }
 };
 
-// A Bedrock console played over a loopback socket: it discovers the advert,
-// connects over RakNet, asks for network settings (RakNet 11), logs in with a
-// chain of one self-signed token and an empty XUID (as a console that isn't
-// signed in), walks through the resource-pack steps, checks every packet it is
-// sent against the bytes the bridge must send for its protocol, says it's in
-// the world and reports where the TransferPacket sends it.
+// A Bedrock console of any protocol played over a loopback socket: it
+// discovers the advert, connects over RakNet, asks for network settings (RakNet
+// 11), logs in (a self-signed chain and an empty XUID, as a console that isn't
+// signed in, in the envelope of its protocol), walks through the resource-pack
+// steps, checks every packet it is sent against the bytes the bridge must send
+// for its protocol, says it's in the world and reports where the
+// TransferPacket sends it.
 //
-// The checks are written from the wire tables, apart from the code under test:
-// hex rows for the start-game layouts, a zlib stream of its own, the usual
-// base-128 var-int reader of a real client.
+// The layouts it expects are the bridge's own packet classes; what it checks
+// is that they reach a console whole, in order and in the framing of its
+// protocol. Its own side is written apart from the bridge: a zlib stream of its
+// own, the usual base-128 var-int of a real client.
 class SimulatedConsole {
 public:
     explicit SimulatedConsole(ConsoleOptions options);

@@ -8,6 +8,7 @@
 #include "bridge/sim/simulated_console.h"
 #include "foundation/clock.h"
 #include "foundation/socket_address.h"
+#include "bridge/packets/version_groups.h"
 #include "running_bridge.h"
 
 namespace ferrylink::bridge {
@@ -26,7 +27,7 @@ std::string describe(const ConsoleReport& report) {
     return text;
 }
 
-ConsoleReport joinAs(const RunningBridge& bridge, int32_t protocol, uint8_t raknetVersion,
+ConsoleReport joinAs(const RunningBridge& bridge, int32_t protocol, std::optional<uint8_t> raknetVersion = {},
                      const std::string& name = "Console") {
     ConsoleOptions options;
     options.port = bridge.port();
@@ -41,7 +42,7 @@ std::string localhostNumeric() { return *foundation::SocketAddress::makeResolvin
 
 struct JoinCase {
     int32_t protocol;
-    uint8_t raknetVersion;
+    std::optional<uint8_t> raknetVersion;
 };
 
 class ConsoleJoin : public ::testing::TestWithParam<JoinCase> {};
@@ -62,17 +63,40 @@ TEST_P(ConsoleJoin, EndsInATransferToTheResolvedTarget) {
     EXPECT_TRUE(bridge.printer->contains("IP " + localhostNumeric() + ":19132"));
 }
 
-INSTANTIATE_TEST_SUITE_P(OverLoopback, ConsoleJoin,
-                         ::testing::Values(JoinCase{408, 11}, JoinCase{560, 11}, JoinCase{700, 11},
-                                           JoinCase{408, 10}, JoinCase{560, 10}, JoinCase{700, 10}),
-                         [](const auto& info) {
-                             return "Protocol" + std::to_string(info.param.protocol) + "RakNet" +
-                                    std::to_string(info.param.raknetVersion);
-                         });
+// The first protocol of every group, the edges of the framing (553/554,
+// 648/649), one newer than any we know, and the RakNet version a console of
+// the protocol wouldn't use.
+std::vector<JoinCase> joinCases() {
+    std::vector<JoinCase> cases;
+    for (bridge::VersionGroup group : bridge::versionGroups) {
+        cases.push_back({std::max(group.firstProtocol, 408), {}});
+    }
+    for (int32_t protocol : {553, 648, bridge::newestKnownProtocol + 7}) {
+        cases.push_back({protocol, {}});
+    }
+    cases.push_back({408, 11});
+    cases.push_back({560, 10});
+    return cases;
+}
+
+INSTANTIATE_TEST_SUITE_P(OverLoopback, ConsoleJoin, ::testing::ValuesIn(joinCases()), [](const auto& info) {
+    std::string name = "Protocol" + std::to_string(info.param.protocol);
+    return info.param.raknetVersion ? name + "RakNet" + std::to_string(*info.param.raknetVersion) : name;
+});
+
+TEST(BridgeJoinTest, AConsoleNewerThanAnyKnownIsNamedOnce) {
+    RunningBridge bridge("localhost", 19132);
+    auto report = joinAs(bridge, bridge::newestKnownProtocol + 7);
+    ASSERT_TRUE(report.transferred()) << describe(report);
+    EXPECT_EQ(bridge.printer->count("Protocol " + std::to_string(bridge::newestKnownProtocol + 7) +
+                                    " is newer than this bridge knows; it gets the layouts of " +
+                                    std::to_string(bridge::newestKnownProtocol)),
+              1u);
+}
 
 TEST(BridgeJoinTest, SessionLogsEachStepOfTheJoin) {
     RunningBridge bridge("localhost", 19132);
-    auto report = joinAs(bridge, 560, 11, "Steve");
+    auto report = joinAs(bridge, 560, {}, "Steve");
     ASSERT_TRUE(report.transferred()) << describe(report);
     ASSERT_TRUE(bridge.printer->waitFor("Steve disconnected due to \"client disconnect\"!"));
     auto lines = bridge.printer->lines();
@@ -89,7 +113,7 @@ TEST(BridgeJoinTest, SessionLogsEachStepOfTheJoin) {
 
 TEST(BridgeJoinTest, UnresolvableTargetGetsInvalidIpAddress) {
     RunningBridge bridge("nowhere.invalid", 19132);
-    auto report = joinAs(bridge, 560, 11);
+    auto report = joinAs(bridge, 560);
     EXPECT_TRUE(report.clean()) << describe(report);
     EXPECT_FALSE(report.transferred());
     EXPECT_EQ(report.disconnectMessage, "Invalid IP address");
@@ -98,7 +122,7 @@ TEST(BridgeJoinTest, UnresolvableTargetGetsInvalidIpAddress) {
 
 TEST(BridgeJoinTest, WithoutResolvingTheNameGoesOutAsWritten) {
     RunningBridge bridge("localhost", 19134, false, /*resolveIp=*/false);
-    auto report = joinAs(bridge, 560, 11);
+    auto report = joinAs(bridge, 560);
     ASSERT_TRUE(report.transferred()) << describe(report);
     EXPECT_EQ(*report.transferAddress, "localhost");
     EXPECT_EQ(*report.transferPort, 19134);
@@ -110,7 +134,7 @@ TEST(BridgeJoinTest, TwentyConsolesJoinAtOnce) {
     std::vector<std::future<ConsoleReport>> joins;
     for (int i = 0; i < consoles; ++i) {
         joins.push_back(std::async(std::launch::async, [&bridge, i] {
-            return joinAs(bridge, i % 2 == 0 ? 560 : 700, 11, "Console" + std::to_string(i));
+            return joinAs(bridge, i % 2 == 0 ? 560 : bridge::newestKnownProtocol, {}, "Console" + std::to_string(i));
         }));
     }
     for (int i = 0; i < consoles; ++i) {
@@ -125,14 +149,14 @@ TEST(BridgeJoinTest, TwentyConsolesJoinAtOnce) {
 
 TEST(BridgeJoinTest, OneTransferClosesFifteenSecondsAfterTheFirstClientLeft) {
     RunningBridge bridge("localhost", 19132, /*oneTransfer=*/true);
-    auto report = joinAs(bridge, 560, 11, "Alex");
+    auto report = joinAs(bridge, 560, {}, "Alex");
     ASSERT_TRUE(report.transferred()) << describe(report);
     ASSERT_TRUE(bridge.printer->waitFor("Alex disconnected due to \"client disconnect\"!"));
     EXPECT_TRUE(bridge.hop->isRunning());
 
     // A second client leaving within the 15 seconds arms its own timer; the
     // first one closes the server and the second finds it closed.
-    auto second = joinAs(bridge, 560, 11, "Bob");
+    auto second = joinAs(bridge, 560, {}, "Bob");
     ASSERT_TRUE(second.transferred()) << describe(second);
     ASSERT_TRUE(bridge.printer->waitFor("Bob disconnected due to \"client disconnect\"!"));
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "bridge/packets/packet_writer.h"
 #include "bridge/packets/web_token.h"
 #include "support/hex.h"
 #include "test_server_link.h"
@@ -17,25 +18,8 @@ using foundation::ByteBuffer;
 using nlohmann::json;
 
 std::string base64Url(std::string_view bytes, bool padded = false) {
-    static constexpr std::string_view alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
-    std::string text;
-    uint32_t bits = 0;
-    int count = 0;
-    for (unsigned char c : bytes) {
-        bits = bits << 8 | c;
-        count += 8;
-        while (count >= 6) {
-            count -= 6;
-            text += alphabet[(bits >> count) & 0x3F];
-        }
-    }
-    if (count > 0) {
-        text += alphabet[(bits << (6 - count)) & 0x3F];
-    }
-    while (padded && text.size() % 4 != 0) {
-        text += '=';
-    }
-    return text;
+    std::string text = encodeBase64Url(bytes);
+    return padded ? text + std::string((4 - text.size() % 4) % 4, '=') : text;
 }
 
 std::string token(const json& body, bool padded = false) {
@@ -47,117 +31,132 @@ json identityBody(std::string name, std::string xuid = "") {
             {"identityPublicKey", "MHYwEAYHKoZIzj0CAQ"}};
 }
 
-// The standard base-128 form that clients write.
-void writeClientVarInt(ByteBuffer& buffer, uint32_t value) {
-    while (value >= 0x80) {
-        buffer.writeInteger<uint8_t>(static_cast<uint8_t>(value | 0x80));
-        value >>= 7;
-    }
-    buffer.writeInteger<uint8_t>(static_cast<uint8_t>(value));
-}
-
 // The login body as a client sends it: protocol, then the connection request
-// with the chain and whatever comes behind it.
-ByteBuffer loginBodyWithChain(int32_t protocol, const std::string& chainText, std::string_view trailing = std::string_view("\x04\x00\x00\x00" "abcd", 8)) {
+// with the identity and the client data token, each behind its length.
+ByteBuffer loginBodyWith(int32_t protocol, const std::string& identity, const std::string& clientData = "x.y.z") {
     ByteBuffer request;
-    request.writeInteger<int32_t>(static_cast<int32_t>(chainText.size()), foundation::Endianness::little);
-    request.writeBytes(chainText);
-    request.writeBytes(trailing);
+    request.writeInteger<int32_t>(static_cast<int32_t>(identity.size()), foundation::Endianness::little);
+    request.writeBytes(identity);
+    request.writeInteger<int32_t>(static_cast<int32_t>(clientData.size()), foundation::Endianness::little);
+    request.writeBytes(clientData);
     ByteBuffer body;
     body.writeInteger<int32_t>(protocol, foundation::Endianness::big);
-    writeClientVarInt(body, request.readableBytes());
+    PacketWriter(body, PacketWriter::VarInts::minimal).varint(request.readableBytes());
     body.writeBuffer(request);
     return body;
 }
 
-ByteBuffer loginBody(int32_t protocol, const std::vector<std::string>& tokens) {
-    return loginBodyWithChain(protocol, json{{"chain", tokens}}.dump());
-}
+std::string chainOf(const std::vector<std::string>& tokens) { return json{{"chain", tokens}}.dump(); }
 
 class LoginPacketTest : public ::testing::Test {
 protected:
     void SetUp() override { server = testing::TestServerLink::installNew(); }
 
-    LoginPacket decode(ByteBuffer body) {
-        LoginPacket packet;
-        packet.decode(body);
-        return packet;
+    static LoginPacket decode(ByteBuffer body) {
+        auto login = LoginPacket::decode(body);
+        EXPECT_TRUE(login) << login.error();
+        return login ? *login : LoginPacket{};
+    }
+    static std::string failure(ByteBuffer body) {
+        auto login = LoginPacket::decode(body);
+        return login ? std::string("accepted") : login.error();
     }
 
     std::shared_ptr<testing::TestServerLink> server;
 };
 
-TEST_F(LoginPacketTest, SelfSignedTokenWithEmptyXuidIsAccepted) {
-    auto packet = decode(loginBody(560, {token(identityBody("Steve"))}));
-    EXPECT_EQ(packet.protocolVersion, 560);
-    EXPECT_EQ(packet.displayName, "Steve");
-    EXPECT_EQ(packet.XUID, "");
-    EXPECT_EQ(packet.identity, "6f1c-uuid");
-    EXPECT_EQ(packet.publicKey, "MHYwEAYHKoZIzj0CAQ");
+TEST_F(LoginPacketTest, EveryEnvelopeNamesThePlayer) {
+    json xboxToken = {{"xname", "Gamertag"}, {"xid", "2535"}, {"cpk", "MHYwEAYH"}};
+    json anonymousToken = {{"cpk", "MHYwEAYH"}};
+    std::string clientData = token({{"ThirdPartyName", "Offline"}, {"GameVersion", "1.26.44"}});
+    std::string certificate = chainOf({token(identityBody("Steve"))});
+    struct Case {
+        std::string identity;
+        std::string name;
+        std::string xuid;
+    };
+    const Case cases[] = {
+        // A chain of one self-signed token, as a console that isn't signed in.
+        {chainOf({token(identityBody("Steve"))}), "Steve", ""},
+        // Three tokens, identity in the last; the first two are passed over.
+        {chainOf({token({{"certificateAuthority", true}, {"identityPublicKey", "root"}}),
+                  token({{"identityPublicKey", "mid"}}), token(identityBody("Alex", "2535"))}),
+         "Alex", "2535"},
+        // A later token with identity overwrites an earlier one.
+        {chainOf({token(identityBody("First")), token(identityBody("Second"))}), "Second", ""},
+        {chainOf({token(identityBody("Pad"), true)}), "Pad", ""},
+        // From v818: the chain's JSON as the text of a Certificate.
+        {json{{"AuthenticationType", 2}, {"Certificate", certificate}, {"Token", ""}}.dump(), "Steve", ""},
+        // From v944: no certificate, the token names the player...
+        {json{{"AuthenticationType", 0}, {"Certificate", ""}, {"Token", token(xboxToken)}}.dump(), "Gamertag", "2535"},
+        // ... or, without a name in it, the client data does.
+        {json{{"AuthenticationType", 2}, {"Certificate", ""}, {"Token", token(anonymousToken)}}.dump(), "Offline", ""},
+        {json{{"Token", ""}}.dump(), "Offline", ""},
+        // A chain without identity, or a name left empty, is a failed login.
+        {chainOf({}), "", ""},
+        {chainOf({token(identityBody(""))}), "", ""},
+        {chainOf({token({{"extraData", "text"}})}), "", ""},
+    };
+    for (const auto& c : cases) {
+        auto login = decode(loginBodyWith(2193, c.identity, clientData));
+        EXPECT_EQ(login.displayName, c.name) << c.identity;
+        EXPECT_EQ(login.XUID, c.xuid) << c.identity;
+        EXPECT_EQ(login.protocolVersion, 2193);
+    }
     EXPECT_TRUE(server->lines().empty());
 }
 
-TEST_F(LoginPacketTest, ChainOfThreeTakesIdentityFromTheTokenThatHasIt) {
-    json plain = {{"certificateAuthority", true}, {"identityPublicKey", "root"}};
-    auto packet = decode(loginBody(408, {token(plain), token(plain), token(identityBody("Alex", "2535"))}));
-    EXPECT_EQ(packet.displayName, "Alex");
-    EXPECT_EQ(packet.XUID, "2535");
-    EXPECT_TRUE(server->lines().empty());
+TEST_F(LoginPacketTest, ChainLoginsKeepTheirIdentityAndNeverReadTheClientData) {
+    auto login = decode(loginBodyWith(560, chainOf({token(identityBody("Steve"))}), "\xFF garbage"));
+    EXPECT_EQ(login.identity, "6f1c-uuid");
+    EXPECT_EQ(login.publicKey, "MHYwEAYHKoZIzj0CAQ");
+    // The protocol is big-endian, the identity's length little-endian.
+    ByteBuffer body = loginBodyWith(560, "{}");
+    EXPECT_BYTES(ByteBuffer(body.getBytes(0, 4).value()), "00 00 02 30");
+    EXPECT_EQ(body.getInteger<int32_t>(5, foundation::Endianness::little), 2);
 }
 
-TEST_F(LoginPacketTest, LaterTokenWithIdentityOverwritesAnEarlierOne) {
-    auto packet = decode(loginBody(408, {token(identityBody("First")), token(identityBody("Second"))}));
-    EXPECT_EQ(packet.displayName, "Second");
-}
-
-TEST_F(LoginPacketTest, PaddedAndUnpaddedPartsBothDecode) {
-    EXPECT_EQ(decode(loginBody(408, {token(identityBody("Pad"), true)})).displayName, "Pad");
-    EXPECT_EQ(decode(loginBody(408, {token(identityBody("NoPad"), false)})).displayName, "NoPad");
-}
-
-TEST_F(LoginPacketTest, FourPartTokenIsLoggedAndTheNextOneIsTried) {
-    std::string fourParts = "a.b.c.d";
-    auto packet = decode(loginBody(408, {fourParts, token(identityBody("Steve"))}));
-    EXPECT_EQ(packet.displayName, "Steve");
-    EXPECT_EQ(server->lines(),
-              std::vector<std::string>{"Malformed jwt token a.b.c.d has 4 parts when it should have 3 parts"});
-}
-
-TEST_F(LoginPacketTest, TokenErrorsHaveTheirThreeTexts) {
+TEST_F(LoginPacketTest, TokensThatDontDecodeAreLoggedAndPassedOver) {
     auto headerOk = base64Url(R"({"alg":"none"})");
-    decode(loginBody(408, {"onlyone", headerOk + ".@@@.sig", headerOk + "." + base64Url("[1,2]") + ".sig"}));
+    auto login = decode(loginBodyWith(
+        408, chainOf({"a.b.c.d", "onlyone", headerOk + ".@@@.sig", headerOk + "." + base64Url("[1,2]") + ".sig",
+                      token(identityBody("Steve"))})));
+    EXPECT_EQ(login.displayName, "Steve");
     EXPECT_EQ(server->lines(),
               (std::vector<std::string>{
+                  "Malformed jwt token a.b.c.d has 4 parts when it should have 3 parts",
                   "Malformed jwt token onlyone has 1 parts when it should have 3 parts",
                   "Malformed jwt token, failed to decode base64Url value @@@",
                   "Malformed jwt token, failed to parse JSON value from base64Url " + base64Url("[1,2]"),
               }));
 }
 
-TEST_F(LoginPacketTest, EmptyDisplayNameAndEmptyChainLeaveTheNameEmpty) {
-    EXPECT_EQ(decode(loginBody(408, {token(identityBody(""))})).displayName, "");
-    EXPECT_EQ(decode(loginBody(408, std::vector<std::string>{})).displayName, "");
-}
-
-TEST_F(LoginPacketTest, ExtraDataThatIsNotAnObjectIsPassedOver) {
-    json odd = {{"extraData", "text"}};
-    EXPECT_EQ(decode(loginBody(408, {token(odd)})).displayName, "");
-    EXPECT_TRUE(server->lines().empty());
-}
-
-TEST_F(LoginPacketTest, ProtocolIsBigEndianAndChainLengthLittleEndian) {
-    ByteBuffer body = loginBody(560, {token(identityBody("Steve"))});
-    EXPECT_BYTES(ByteBuffer(body.getBytes(0, 4).value()), "00 00 02 30");
-    // Behind the request length (two bytes here) the chain length follows.
-    auto chainLength = body.getInteger<int32_t>(6, foundation::Endianness::little);
-    ASSERT_TRUE(chainLength);
-    EXPECT_EQ(decode(body).protocolVersion, 560);
-}
-
-TEST_F(LoginPacketTest, BytesBehindTheChainMakeNoDifference) {
-    std::string chainText = json{{"chain", {token(identityBody("Steve"))}}}.dump();
-    EXPECT_EQ(decode(loginBodyWithChain(408, chainText, "")).displayName, "Steve");
-    EXPECT_EQ(decode(loginBodyWithChain(408, chainText, "\xFF\xFF\xFF\x7F garbage")).displayName, "Steve");
+TEST_F(LoginPacketTest, LoginsThatMakeNoSenseFailWithTheirReason) {
+    json noName = {{"extraData", {{"XUID", ""}, {"identity", "id"}}}, {"identityPublicKey", "k"}};
+    json numericXuid = {{"extraData", {{"XUID", 1}, {"identity", "id"}, {"displayName", "n"}}},
+                        {"identityPublicKey", "k"}};
+    json noKey = {{"extraData", {{"XUID", ""}, {"identity", "id"}, {"displayName", "n"}}}};
+    const std::pair<ByteBuffer, std::string> cases[] = {
+        {testing::bufferFromHex("00 00 02"), "login cut short"},
+        {testing::bufferFromHex("00 00 02 30 85"), "login cut short"},
+        {testing::bufferFromHex("00 00 02 30 81 00 01"), "login identity cut short"},
+        // The identity's length reaches past the request.
+        {testing::bufferFromHex("00 00 02 30 06 10 00 00 00 7B 7D"), "login identity cut short"},
+        {testing::bufferFromHex("00 00 02 30 06 FF FF FF FF 7B 7D"), "login identity cut short"},
+        {loginBodyWith(408, "{not json"), "login identity is not JSON"},
+        {loginBodyWith(408, "[]"), "login identity is not JSON"},
+        {loginBodyWith(408, R"({"other":[]})"), "login carries neither a chain nor a token"},
+        {loginBodyWith(408, R"({"chain":"text"})"), "login chain is not a list"},
+        {loginBodyWith(408, R"({"chain":[1]})"), "login chain holds something else than tokens"},
+        {loginBodyWith(818, R"({"Certificate":7})"), "login certificate is not text"},
+        {loginBodyWith(818, R"({"Certificate":"{oops"})"), "login certificate is not JSON"},
+        {loginBodyWith(408, chainOf({token(noName)})), "login identity token lacks a name, an id or a key"},
+        {loginBodyWith(408, chainOf({token(numericXuid)})), "login identity token lacks a name, an id or a key"},
+        {loginBodyWith(408, chainOf({token(noKey)})), "login identity token lacks a name, an id or a key"},
+    };
+    for (const auto& [body, reason] : cases) {
+        EXPECT_EQ(failure(body), reason) << testing::hexOf(body);
+    }
 }
 
 TEST(WebTokenTest, Base64UrlAcceptsBothPaddingsAndRejectsOtherAlphabets) {
@@ -169,33 +168,6 @@ TEST(WebTokenTest, Base64UrlAcceptsBothPaddingsAndRejectsOtherAlphabets) {
     EXPECT_FALSE(decodeBase64Url("Y"));
     EXPECT_FALSE(decodeBase64Url("YQ="));
     EXPECT_EQ(decodeBase64Url(""), "");
-}
-
-class LoginPacketDeathTest : public LoginPacketTest {};
-
-TEST_F(LoginPacketDeathTest, ShortInputIsFatal) {
-    EXPECT_DEATH(decode(testing::bufferFromHex("00 00 02")), "");
-    EXPECT_DEATH(decode(testing::bufferFromHex("00 00 02 30 85")), "");
-    EXPECT_DEATH(decode(testing::bufferFromHex("00 00 02 30 85 00 01 00")), "");
-    // The chain length reaches past the request.
-    EXPECT_DEATH(decode(testing::bufferFromHex("00 00 02 30 06 10 00 00 00 7B 7D")), "");
-}
-
-TEST_F(LoginPacketDeathTest, BadChainJsonIsFatal) {
-    EXPECT_DEATH(decode(loginBodyWithChain(408, std::string("{not json"))), "");
-    EXPECT_DEATH(decode(loginBodyWithChain(408, std::string(R"({"other":[]})"))), "");
-    EXPECT_DEATH(decode(loginBodyWithChain(408, std::string(R"({"chain":"text"})"))), "");
-    EXPECT_DEATH(decode(loginBodyWithChain(408, std::string(R"({"chain":[1]})"))), "");
-}
-
-TEST_F(LoginPacketDeathTest, IdentityWithoutItsStringsIsFatal) {
-    json noName = {{"extraData", {{"XUID", ""}, {"identity", "id"}}}, {"identityPublicKey", "k"}};
-    EXPECT_DEATH(decode(loginBody(408, {token(noName)})), "");
-    json numericXuid = {{"extraData", {{"XUID", 1}, {"identity", "id"}, {"displayName", "n"}}},
-                        {"identityPublicKey", "k"}};
-    EXPECT_DEATH(decode(loginBody(408, {token(numericXuid)})), "");
-    json noKey = {{"extraData", {{"XUID", ""}, {"identity", "id"}, {"displayName", "n"}}}};
-    EXPECT_DEATH(decode(loginBody(408, {token(noKey)})), "");
 }
 
 }  // namespace

@@ -2,9 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <nlohmann/json.hpp>
-
 #include "bridge/packets/raw_deflate.h"
+#include "bridge/sim/simulated_console.h"
 #include "running_bridge.h"
 #include "support/hex.h"
 #include "support/raknet_peer.h"
@@ -16,8 +15,10 @@ using Bytes = std::vector<uint8_t>;
 using testing::bytesFromHex;
 using testing::RunningBridge;
 
-// A console's side of one session, packet by packet, for the edges a whole
-// join doesn't visit.
+enum class Framing { raw, deflated, named };
+
+// A console's side of one session, batch by batch, for the edges a whole join
+// doesn't visit and for consoles that send what makes no sense.
 class Session {
 public:
     Session(const RunningBridge& bridge, uint8_t raknetVersion)
@@ -27,27 +28,41 @@ public:
     ~Session() { peer_.sendDisconnect(); }
 
     // One batch of the given packets, each behind its length.
-    void send(const std::vector<Bytes>& packets, bool compressed) {
+    void send(const std::vector<Bytes>& packets, Framing framing) {
         Bytes entries;
         for (const auto& packet : packets) {
             entries.push_back(static_cast<uint8_t>(packet.size()));  // all short here
             entries.insert(entries.end(), packet.begin(), packet.end());
         }
+        sendBody(framing == Framing::raw ? entries : deflateRaw(entries).value(), framing == Framing::named);
+    }
+    void sendBody(Bytes body, bool named = false) {
         Bytes payload{0xFE};
-        Bytes body = compressed ? deflateRaw(entries).value() : entries;
+        if (named) {
+            payload.push_back(0x00);
+        }
         payload.insert(payload.end(), body.begin(), body.end());
         peer_.sendPayload(payload);
     }
 
-    // The content of the next batch, inflated when `compressed`.
-    std::optional<Bytes> receive(bool compressed) {
+    // The content of the next batch in the framing the bridge should use.
+    std::string receive(Framing framing) {
         auto payload = peer_.nextPayloadWithId(0xFE);
         if (!payload) {
-            return std::nullopt;
+            return "(nothing)";
         }
         Bytes body(payload->begin() + 1, payload->end());
-        return compressed ? inflateRaw(body) : std::optional<Bytes>(body);
+        if (framing == Framing::named) {
+            if (body.empty() || body[0] != 0x00) {
+                return "(no algorithm byte)";
+            }
+            body.erase(body.begin());
+        }
+        auto content = framing == Framing::raw ? std::optional<Bytes>(body) : inflateRaw(body, 1 << 20);
+        return content ? testing::hexOf(*content) : "(not deflated)";
     }
+
+    std::string address() const { return "127.0.0.1:" + std::to_string(*peer_.localAddress().port()); }
 
     bool connected = false;
 
@@ -55,37 +70,55 @@ private:
     testing::RakNetPeer peer_;
 };
 
-Bytes requestNetworkSettings() { return bytesFromHex("C1 01 00 00 02 30"); }
+Bytes requestNetworkSettings(int32_t protocol) {
+    Bytes request = bytesFromHex("C1 01");
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        request.push_back(static_cast<uint8_t>(protocol >> shift));
+    }
+    return request;
+}
 
-std::string hex(const std::optional<Bytes>& bytes) { return bytes ? testing::hexOf(*bytes) : "(nothing)"; }
+// A login in a chain of the given text, with nothing behind it.
+Bytes loginWithChain(const std::string& chain, std::string_view header = "01") {
+    Bytes login = bytesFromHex(header);
+    for (uint8_t byte : bytesFromHex("00 00 02 30")) {
+        login.push_back(byte);
+    }
+    login.push_back(static_cast<uint8_t>(4 + chain.size()));
+    login.push_back(static_cast<uint8_t>(chain.size()));
+    login.insert(login.end(), {0, 0, 0});
+    login.insert(login.end(), chain.begin(), chain.end());
+    return login;
+}
 
 constexpr const char* settingsEntry = "8D 00 8F 81 00 01 00 00 00 00 00 00 00 00 00";
 
-TEST(PipedPlayerTest, SecondSettingsRequestIsAnsweredCompressed) {
+TEST(PipedPlayerTest, SettingsSwitchTheFramingOfTheClientsProtocol) {
     RunningBridge bridge;
-    Session session(bridge, 11);
-    ASSERT_TRUE(session.connected);
-    session.send({requestNetworkSettings()}, false);
-    EXPECT_EQ(hex(session.receive(false)), settingsEntry);
-    session.send({requestNetworkSettings()}, true);
-    EXPECT_EQ(hex(session.receive(true)), settingsEntry);
-    EXPECT_EQ(bridge.printer->count("RequestNetworkSettingsPacket"), 2u);
+    Session older(bridge, 11);
+    Session newer(bridge, 11);
+    ASSERT_TRUE(older.connected && newer.connected);
+    older.send({requestNetworkSettings(648)}, Framing::raw);
+    newer.send({requestNetworkSettings(649)}, Framing::raw);
+    EXPECT_EQ(older.receive(Framing::raw), settingsEntry);
+    EXPECT_EQ(newer.receive(Framing::raw), settingsEntry);
+    // A second request is answered in the framing the first one set up.
+    older.send({requestNetworkSettings(648)}, Framing::deflated);
+    newer.send({requestNetworkSettings(649)}, Framing::named);
+    EXPECT_EQ(older.receive(Framing::deflated), settingsEntry);
+    EXPECT_EQ(newer.receive(Framing::named), settingsEntry);
+    // Before v649 a small batch may come raw even now; from v649 it says so.
+    older.send({bytesFromHex("09 00")}, Framing::raw);
+    newer.sendBody(bytesFromHex("FF 02 09 00"));
+    ASSERT_TRUE(bridge.printer->waitFor("Unknown packet 9", 2));
+    EXPECT_EQ(bridge.printer->count("RequestNetworkSettingsPacket"), 4u);
 }
 
-TEST(PipedPlayerTest, OlderRakNetClientIsCompressedFromTheStart) {
+TEST(PipedPlayerTest, UnknownPacketIsOnlyLoggedAndPacketsOfABatchAreHandledInOrder) {
     RunningBridge bridge;
     Session session(bridge, 10);
     ASSERT_TRUE(session.connected);
-    session.send({requestNetworkSettings()}, true);
-    EXPECT_EQ(hex(session.receive(true)), settingsEntry);
-}
-
-TEST(PipedPlayerTest, UnknownPacketIsOnlyLogged) {
-    RunningBridge bridge;
-    Session session(bridge, 10);
-    ASSERT_TRUE(session.connected);
-    // Two packets in one batch are handled in order.
-    session.send({bytesFromHex("09 00"), bytesFromHex("9C 01 00 02 02 83 00 61 62 63")}, true);
+    session.send({bytesFromHex("09 00"), bytesFromHex("9C 01 00 02 02 03 61 62 63")}, Framing::deflated);
     ASSERT_TRUE(bridge.printer->waitFor("Type: MALFORMED_PACKET Serv: WARNING Id: 1 Content: abc"));
     auto lines = bridge.printer->lines();
     auto unknown = std::find(lines.begin(), lines.end(), "Unknown packet 9");
@@ -97,23 +130,48 @@ TEST(PipedPlayerTest, LoginWithoutANameIsToldToDisconnect) {
     RunningBridge bridge;
     Session session(bridge, 10);
     ASSERT_TRUE(session.connected);
-    // Header 0x101: only the low eight bits count, so this is a login. The
-    // chain is empty, so no name.
-    std::string chain = R"({"chain":[]})";
-    Bytes login = bytesFromHex("81 02 00 00 02 30");
-    login.push_back(static_cast<uint8_t>(4 + chain.size()));
-    login.push_back(static_cast<uint8_t>(chain.size()));
-    login.insert(login.end(), {0, 0, 0});
-    login.insert(login.end(), chain.begin(), chain.end());
-    session.send({login}, true);
+    // Header 0x101: only the low eight bits count for a console this old, so
+    // this is a login. The chain is empty, so no name.
+    session.send({loginWithChain(R"({"chain":[]})", "81 02")}, Framing::deflated);
 
-    std::string message = "disconnectionScreen.internalError.cantConnect";
-    auto reply = session.receive(true);
-    ASSERT_TRUE(reply);
-    ASSERT_EQ(reply->size(), 2u + 2u + 1u + 2u + message.size());
-    EXPECT_EQ(testing::hexOf(std::span<const uint8_t>(*reply).first(6)), "B2 00 85 00 00 AD");
-    EXPECT_TRUE(bridge.printer->waitFor("packetId: 1"));
+    auto reply = session.receive(Framing::deflated);
+    EXPECT_TRUE(reply.starts_with("B2 00 85 00 00 AD 00")) << reply;
     EXPECT_TRUE(bridge.printer->waitFor("error in LoginPacket decoding!"));
+}
+
+// Each of these consoles sends something no game client sends; each is
+// dropped with one line, and a console joining meanwhile is handed over.
+TEST(PipedPlayerTest, APeerThatMakesNoSenseIsDroppedAndTheOthersAreServed) {
+    RunningBridge bridge;
+    struct Fault {
+        uint8_t raknetVersion;
+        std::function<void(Session&)> send;
+        std::string reason;
+    };
+    const Fault faults[] = {
+        {11, [](Session& s) { s.send({requestNetworkSettings(649)}, Framing::raw); s.sendBody(bytesFromHex("7E 01 02")); },
+         "batch names an unknown compression 7E"},
+        {10, [](Session& s) { s.sendBody(bytesFromHex("ED C1 01")); }, "batch does not inflate"},
+        {11, [](Session& s) { s.send({requestNetworkSettings(560)}, Framing::deflated); }, "batch entry runs past the end"},
+        {10, [](Session& s) { s.send({bytesFromHex("08 03 00 00")}, Framing::deflated); },
+         "resource packs answered before the login"},
+        {10, [](Session& s) { s.send({loginWithChain(R"({"chain":[1]})")}, Framing::deflated); },
+         "login chain holds something else than tokens"},
+    };
+    std::vector<std::unique_ptr<Session>> sessions;
+    for (const auto& fault : faults) {
+        sessions.push_back(std::make_unique<Session>(bridge, fault.raknetVersion));
+        ASSERT_TRUE(sessions.back()->connected);
+        fault.send(*sessions.back());
+    }
+    testing::ConsoleOptions options;
+    options.port = bridge.port();
+    auto report = testing::SimulatedConsole(options).join();
+    EXPECT_TRUE(report.transferred() && report.clean());
+    for (size_t i = 0; i < sessions.size(); ++i) {
+        EXPECT_TRUE(bridge.printer->waitFor("Dropped " + sessions[i]->address() + ": " + faults[i].reason));
+        EXPECT_TRUE(bridge.printer->waitFor("Player disconnected due to \"" + faults[i].reason + "\"!"));
+    }
 }
 
 }  // namespace

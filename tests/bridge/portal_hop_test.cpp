@@ -10,7 +10,6 @@
 
 #include "bridge/client_pe.h"
 #include "bridge/resource_bundle.h"
-#include "bridge/transfer_listener.h"
 #include "bridge/world_resources.h"
 #include "foundation/clock.h"
 #include "raknet/client.h"
@@ -147,30 +146,6 @@ TEST(ClientPeTest, UnknownHostFailsAtOnceWithMsg) {
     }
     probe->stop();
     group->syncShutdownGracefully();
-}
-
-TEST(PortalHopDeathTest, StopBeforeStartIsFatal) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_DEATH(
-        {
-            auto hop = PortalHop::make("localhost", 19132, false, [] {}, 0, true, "127.0.0.1");
-            hop->stop();
-            std::this_thread::sleep_for(std::chrono::seconds(30));
-        },
-        "");
-}
-
-TEST(PortalHopDeathTest, FrameFromAnAddressWithoutAPlayerIsFatal) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_DEATH(
-        {
-            RunningBridge bridge;
-            TransferListener listener(bridge.hop);
-            listener.onEncapsulated(foundation::ByteBuffer(std::string_view("\xFE")),
-                                    foundation::SocketAddress::makeResolving("127.0.0.1", 40000));
-            std::this_thread::sleep_for(std::chrono::seconds(30));
-        },
-        "");
 }
 
 }  // namespace

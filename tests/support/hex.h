@@ -14,12 +14,22 @@
 
 namespace ferrylink::testing {
 
-// "82 00 FF" -> {0x82, 0x00, 0xFF}; spaces and line breaks are ignored.
+// "82 00 FF" -> {0x82, 0x00, 0xFF}; spaces and line breaks are ignored, and
+// "00*24" stands for 24 bytes of 00.
 inline std::vector<uint8_t> bytesFromHex(std::string_view hex) {
     std::vector<uint8_t> bytes;
     int high = -1;
-    for (char c : hex) {
+    for (size_t i = 0; i < hex.size(); ++i) {
+        char c = hex[i];
         if (std::isspace(static_cast<unsigned char>(c))) {
+            continue;
+        }
+        if (c == '*' && high < 0 && !bytes.empty()) {
+            size_t count = 0;
+            while (i + 1 < hex.size() && std::isdigit(static_cast<unsigned char>(hex[i + 1]))) {
+                count = count * 10 + static_cast<size_t>(hex[++i] - '0');
+            }
+            bytes.insert(bytes.end(), count - 1, bytes.back());
             continue;
         }
         int value = std::isdigit(static_cast<unsigned char>(c)) ? c - '0' : std::toupper(c) - 'A' + 10;
