@@ -90,128 +90,128 @@ protected:
 // group until the next row of the family. The world template id is AB*16.
 struct Layout {
     Family family;
-    int32_t from;
+    VersionGroup from;
     std::string_view body;
 };
 
 constexpr Layout layouts[] = {
-    {Family::StartGame, 0,
+    {Family::StartGame, v408,
      "82 00 81 00 82 00*7 84 42 00*12 81 00*4 84 00 82 00*20 01 01 88 00 88 00 01 00*8 04 00*6 01 "
      "81 00 2A 00*11 89 00 4C 41 4E 20 50 72 6F 78 79 00*12 DE AD 00 00 01"},
-    {Family::StartGame, 409,
+    {Family::StartGame, v419,
      "82 00 81 00 82 00*7 84 42 00*12 81 00*4 84 00 82 00*20 01 01 88 00 88 00 01 00*10 04 00*9 01 "
      "81 00 2A 00*11 89 00 4C 41 4E 20 50 72 6F 78 79 00*16"},
-    {Family::StartGame, 428,
+    {Family::StartGame, v428,
      "82 00 81 00 82 00*7 84 42 00*12 81 00*4 84 00 82 00*20 01 01 88 00 88 00 01 00*10 04 00*9 01 "
      "81 00 2A 00*11 89 00 4C 41 4E 20 50 72 6F 78 79 00*18"},
-    {Family::StartGame, 440,
+    {Family::StartGame, v440,
      "82 00 81 00 82 00*15 80 3F 00 00 80 3F 81 00*5 82 00*20 01 01 88 00 88 00 01 00*10 04 00*9 "
      "01 81 00 2A 00*10 85 00 77 6F 72 6C 64 89 00 4C 41 4E 20 50 72 6F 78 79 A4 00 30*8 2D 30*4 "
      "2D 30*4 2D 30*4 2D 30*12 00*18"},
-    {Family::StartGame, 465,
+    {Family::StartGame, v465,
      "82 00 81 00 82 00*15 80 3F 00 00 80 3F 81 00*5 82 00*20 01 01 88 00 88 00 01 00*10 04 00*9 "
      "01 81 00 2A 00*12 85 00 77 6F 72 6C 64 89 00 4C 41 4E 20 50 72 6F 78 79 A4 00 30*8 2D 30*4 "
      "2D 30*4 2D 30*4 2D 30*12 00*18"},
-    {Family::StartGame, 475,
+    {Family::StartGame, v475,
      "82 00 81 00 82 00*15 80 3F 00 00 80 3F 81 00*5 82 00*20 01 01 88 00 88 00 01 00*10 04 00*9 "
      "01 87 00 31 2E 31 37 2E 34 30 00*12 85 00 77 6F 72 6C 64 89 00 4C 41 4E 20 50 72 6F 78 79 A4 "
      "00 30*8 2D 30*4 2D 30*4 2D 30*4 2D 30*12 00*26"},
-    {Family::StartGame, 503,
+    {Family::StartGame, v503,
      "82 00 81 00 82 00*15 80 3F 00 00 80 3F FF*8 00*4 82 00*20 01 01 88 00 88 00 01 00*10 04 00*9 "
      "01 87 00 31 2E 31 37 2E 34 30 00*12 85 00 77 6F 72 6C 64 89 00 4C 41 4E 20 50 72 6F 78 79 A4 "
      "00 30*8 2D 30*4 2D 30*4 2D 30*4 2D 30*12 00*26"},
-    {Family::StartGame, 526,
+    {Family::StartGame, v526,
      "82 00 81 00 82 00*15 80 3F 00 00 80 3F FF*8 00*4 82 00*20 01 01 88 00 88 00 01 00*10 04 00*9 "
      "01 87 00 31 2E 31 37 2E 34 30 00*12 85 00 77 6F 72 6C 64 89 00 4C 41 4E 20 50 72 6F 78 79 A4 "
      "00 30*8 2D 30*4 2D 30*4 2D 30*4 2D 30*12 00*18 0A 00*10 AB*16"},
-    {Family::StartGame, 534,
+    {Family::StartGame, v534,
      "82 00 81 00 82 00*15 80 3F 00 00 80 3F FF*8 00*4 82 00*21 01 01 88 00 88 00 01 00*10 04 00*9 "
      "01 87 00 31 2E 31 37 2E 34 30 00*12 85 00 77 6F 72 6C 64 89 00 4C 41 4E 20 50 72 6F 78 79 A4 "
      "00 30*8 2D 30*4 2D 30*4 2D 30*4 2D 30*12 00*18 0A 00*10 AB*16"},
-    {Family::StartGame, 543,
+    {Family::StartGame, v544,
      "82 00 81 00 82 00*15 80 3F 00 00 80 3F FF*8 00*4 82 00*21 01 01 88 00 88 00 01 00*10 04 00*9 "
      "01 00 00 87 00 31 2E 31 37 2E 34 30 00*14 85 00 77 6F 72 6C 64 89 00 4C 41 4E 20 50 72 6F 78 "
      "79 A4 00 30*8 2D 30*4 2D 30*4 2D 30*4 2D 30*12 00*18 0A 00*10 AB*16 00"},
-    {Family::StartGame, 567,
+    {Family::StartGame, v567,
      "82 00 81 00 82 00*15 80 3F 00 00 80 3F FF*8 00*4 82 00*21 01 01 88 00 88 00 01 00*10 04 00*9 "
      "01 00 00 00 87 00 31 2E 31 37 2E 34 30 00*14 85 00 77 6F 72 6C 64 89 00 4C 41 4E 20 50 72 6F "
      "78 79 A4 00 30*8 2D 30*4 2D 30*4 2D 30*4 2D 30*12 00*18 0A 00*10 AB*16 00"},
-    {Family::StartGame, 582,
+    {Family::StartGame, v582,
      "82 00 81 00 82 00*15 80 3F 00 00 80 3F FF*8 00*4 82 00*23 01 01 88 00 88 00 01 00*10 04 00*9 "
      "01 00 00 00 87 00 31 2E 31 37 2E 34 30 00*14 85 00 77 6F 72 6C 64 89 00 4C 41 4E 20 50 72 6F "
      "78 79 A4 00 30*8 2D 30*4 2D 30*4 2D 30*4 2D 30*12 00*18 0A 00*10 AB*16 00 00"},
-    {Family::StartGame, 589,
+    {Family::StartGame, v589,
      "82 00 81 00 82 00*15 80 3F 00 00 80 3F FF*8 00*4 82 00*23 01 01 88 00 88 00 01 00*10 04 00*9 "
      "01 00 00 00 87 00 31 2E 31 37 2E 34 30 00*14 85 00 77 6F 72 6C 64 89 00 4C 41 4E 20 50 72 6F "
      "78 79 A4 00 30*8 2D 30*4 2D 30*4 2D 30*4 2D 30*12 00*18 0A 00*10 AB*16 00 00 00"},
-    {Family::StartGame, 671,
+    {Family::StartGame, v671,
      "82 00 81 00 82 00*15 80 3F 00 00 80 3F FF*8 00*4 82 00*24 01 01 88 00 88 00 01 00*10 04 00*9 "
      "01 00 00 00 87 00 31 2E 31 37 2E 34 30 00*14 85 00 77 6F 72 6C 64 89 00 4C 41 4E 20 50 72 6F "
      "78 79 A4 00 30*8 2D 30*4 2D 30*4 2D 30*4 2D 30*12 00*18 0A 00*10 AB*16 00 00 00"},
-    {Family::StartGame, 685,
+    {Family::StartGame, v685,
      "82 00 81 00 82 00*15 80 3F 00 00 80 3F FF*8 00*4 82 00*24 01 01 88 00 88 00 01 00*10 04 00*9 "
      "01 00 00 00 87 00 31 2E 31 37 2E 34 30 00*17 85 00 77 6F 72 6C 64 89 00 4C 41 4E 20 50 72 6F "
      "78 79 A4 00 30*8 2D 30*4 2D 30*4 2D 30*4 2D 30*12 00*18 0A 00*10 AB*16 00 00 00"},
-    {Family::StartGame, 776,
+    {Family::StartGame, v776,
      "82 00 81 00 82 00*15 80 3F 00 00 80 3F FF*8 00*4 82 00*24 01 01 88 00 88 00 01 00*10 04 00*9 "
      "01 00 00 00 87 00 31 2E 31 37 2E 34 30 00*17 85 00 77 6F 72 6C 64 89 00 4C 41 4E 20 50 72 6F "
      "78 79 A4 00 30*8 2D 30*4 2D 30*4 2D 30*4 2D 30*12 00*17 0A 00*10 AB*16 00 00 00"},
-    {Family::StartGame, 800,
+    {Family::StartGame, v800,
      "82 00 81 00 82 00*15 80 3F 00 00 80 3F FF*8 00*4 82 00*24 01 01 88 00 88 00 01 00*10 04 00*9 "
      "01 00 00 00 87 00 31 2E 31 37 2E 34 30 00*17 85 00 77 6F 72 6C 64 89 00 4C 41 4E 20 50 72 6F "
      "78 79 A4 00 30*8 2D 30*4 2D 30*4 2D 30*4 2D 30*12 00 82 00*16 0A 00*10 AB*16 00 00 00"},
-    {Family::StartGame, 818,
+    {Family::StartGame, v818,
      "82 00 81 00 82 00*15 80 3F 00 00 80 3F FF*8 00*4 82 00*24 01 01 88 00 88 00 01 00*10 04 00*9 "
      "01 00 00 00 87 00 31 2E 31 37 2E 34 30 00*18 85 00 77 6F 72 6C 64 89 00 4C 41 4E 20 50 72 6F "
      "78 79 A4 00 30*8 2D 30*4 2D 30*4 2D 30*4 2D 30*12 00*16 0A 00*10 AB*16 00 00 00"},
-    {Family::StartGame, 827,
+    {Family::StartGame, v827,
      "82 00 81 00 82 00*15 80 3F 00 00 80 3F FF*8 00*4 82 00*24 01 01 88 00 88 00 01 00*10 04 00*9 "
      "01 00 00 00 87 00 31 2E 31 37 2E 34 30 00*18 85 00 77 6F 72 6C 64 89 00 4C 41 4E 20 50 72 6F "
      "78 79 A4 00 30*8 2D 30*4 2D 30*4 2D 30*4 2D 30*12 00*16 0A 00*10 AB*16 00*4"},
-    {Family::StartGame, 898,
+    {Family::StartGame, v898,
      "82 00 81 00 82 00*15 80 3F 00 00 80 3F FF*8 00*4 82 00*24 01 01 88 00 88 00 01 00*10 04 00*9 "
      "01 00 00 00 87 00 31 2E 31 37 2E 34 30 00*18 85 00 77 6F 72 6C 64 89 00 4C 41 4E 20 50 72 6F "
      "78 79 A4 00 30*8 2D 30*4 2D 30*4 2D 30*4 2D 30*12 00*16 0A 00*10 AB*16 00 00 00"},
-    {Family::StartGame, 924,
+    {Family::StartGame, v924,
      "82 00 81 00 82 00*15 80 3F 00 00 80 3F FF*8 00*4 82 00*24 01 01 88 00 88 00 01 00*10 04 00*9 "
      "01 00 00 00 87 00 31 2E 31 37 2E 34 30 00*14 85 00 77 6F 72 6C 64 89 00 4C 41 4E 20 50 72 6F "
      "78 79 A4 00 30*8 2D 30*4 2D 30*4 2D 30*4 2D 30*12 00*16 0A 00*10 AB*16 00*8"},
-    {Family::StartGame, 1001,
+    {Family::StartGame, v1001,
      "82 00 81 00 82 00*15 80 3F 00 00 80 3F FF*8 00*4 82 00*24 01 01 88 00 88 00 01 00*10 04 00*9 "
      "01 00 00 00 87 00 31 2E 31 37 2E 34 30 00*16 85 00 77 6F 72 6C 64 89 00 4C 41 4E 20 50 72 6F "
      "78 79 A4 00 30*8 2D 30*4 2D 30*4 2D 30*4 2D 30*12 00*16 0A 00*10 AB*16 00*9"},
-    {Family::StartGame, 2168,
+    {Family::StartGame, v2168,
      "82 00 81 00 82 00*15 80 3F 00 00 80 3F FF*8 00*4 82 00*24 01 01 88 00 88 00 01 00*10 04 00*9 "
      "01 00 00 00 87 00 31 2E 31 37 2E 34 30 00*16 85 00 77 6F 72 6C 64 89 00 4C 41 4E 20 50 72 6F "
      "78 79 A4 00 30*8 2D 30*4 2D 30*4 2D 30*4 2D 30*12 00*16 0A 00*10 AB*16 00*8"},
-    {Family::ResourcePacksInfo, 0, "00*6"},
-    {Family::ResourcePacksInfo, 441, "00*7"},
-    {Family::ResourcePacksInfo, 618, "00*8"},
-    {Family::ResourcePacksInfo, 662, "00*9"},
-    {Family::ResourcePacksInfo, 729, "00*6"},
-    {Family::ResourcePacksInfo, 748, "00*5"},
-    {Family::ResourcePacksInfo, 766, "00*22"},
-    {Family::ResourcePacksInfo, 818, "00*23"},
-    {Family::ResourcePacksInfo, 2168, "00*22"},
-    {Family::ResourcePackStack, 0, "00*4 81 00 2A"},
-    {Family::ResourcePackStack, 409, "00 00 00 81 00 2A 00*5"},
-    {Family::ResourcePackStack, 671, "00 00 00 81 00 2A 00*6"},
-    {Family::ResourcePackStack, 898, "00 00 81 00 2A 00*6"},
-    {Family::CreativeContent, 0, "00"},
-    {Family::CreativeContent, 776, "00 00"},
-    {Family::BiomeDefinitionList, 0, "B1"},
-    {Family::BiomeDefinitionList, 800, "00 00"},
-    {Family::LevelChunk, 0, "85 00 84 00 00 00 82 82 00 0A 00*257"},
-    {Family::LevelChunk, 649, "85 00 84 00*4 82 82 00 0A 00*257"},
-    {Family::LevelChunk, 2168, "85 00 84 00*6 82 82 00 0A 00*257"},
-    {Family::MovePlayer, 0, "81 00*29"},
-    {Family::MovePlayer, 2168, "81 00*30"},
-    {Family::Transfer, 0, "88 00 31 30 2E 30 2E 30 2E 31 BC 4A"},
-    {Family::Transfer, 729, "88 00 31 30 2E 30 2E 30 2E 31 BC 4A 00"},
-    {Family::Transfer, 2168, "88 00 31 30 2E 30 2E 30 2E 31 BC 4A 00 00"},
-    {Family::Disconnect, 0, "00 83 00 62 79 65"},
-    {Family::Disconnect, 622, "00 00 83 00 62 79 65"},
-    {Family::Disconnect, 712, "00 00 83 00 62 79 65 00"},
+    {Family::ResourcePacksInfo, v408, "00*6"},
+    {Family::ResourcePacksInfo, v448, "00*7"},
+    {Family::ResourcePacksInfo, v618, "00*8"},
+    {Family::ResourcePacksInfo, v662, "00*9"},
+    {Family::ResourcePacksInfo, v729, "00*6"},
+    {Family::ResourcePacksInfo, v748, "00*5"},
+    {Family::ResourcePacksInfo, v766, "00*22"},
+    {Family::ResourcePacksInfo, v818, "00*23"},
+    {Family::ResourcePacksInfo, v2168, "00*22"},
+    {Family::ResourcePackStack, v408, "00*4 81 00 2A"},
+    {Family::ResourcePackStack, v419, "00 00 00 81 00 2A 00*5"},
+    {Family::ResourcePackStack, v671, "00 00 00 81 00 2A 00*6"},
+    {Family::ResourcePackStack, v898, "00 00 81 00 2A 00*6"},
+    {Family::CreativeContent, v408, "00"},
+    {Family::CreativeContent, v776, "00 00"},
+    {Family::BiomeDefinitionList, v408, "B1"},
+    {Family::BiomeDefinitionList, v800, "00 00"},
+    {Family::LevelChunk, v408, "85 00 84 00 00 00 82 82 00 0A 00*257"},
+    {Family::LevelChunk, v649, "85 00 84 00*4 82 82 00 0A 00*257"},
+    {Family::LevelChunk, v2168, "85 00 84 00*6 82 82 00 0A 00*257"},
+    {Family::MovePlayer, v408, "81 00*29"},
+    {Family::MovePlayer, v2168, "81 00*30"},
+    {Family::Transfer, v408, "88 00 31 30 2E 30 2E 30 2E 31 BC 4A"},
+    {Family::Transfer, v729, "88 00 31 30 2E 30 2E 30 2E 31 BC 4A 00"},
+    {Family::Transfer, v2168, "88 00 31 30 2E 30 2E 30 2E 31 BC 4A 00 00"},
+    {Family::Disconnect, v408, "00 83 00 62 79 65"},
+    {Family::Disconnect, v622, "00 00 83 00 62 79 65"},
+    {Family::Disconnect, v712, "00 00 83 00 62 79 65 00"},
 };
 
 TEST_F(PacketLayoutTest, EveryLayoutHoldsFromTheFirstToTheLastProtocolOfItsRange) {
@@ -219,8 +219,8 @@ TEST_F(PacketLayoutTest, EveryLayoutHoldsFromTheFirstToTheLastProtocolOfItsRange
         const Layout& row = layouts[i];
         bool lastOfFamily = i + 1 == std::size(layouts) || layouts[i + 1].family != row.family;
         // The newest layout also serves clients newer than any we know.
-        int32_t until = lastOfFamily ? newestKnownProtocol + 100 : layouts[i + 1].from - 1;
-        for (int32_t protocol : {row.from, until}) {
+        int32_t until = lastOfFamily ? newestKnownProtocol + 100 : layouts[i + 1].from.firstProtocol - 1;
+        for (int32_t protocol : {row.from.firstProtocol, until}) {
             SCOPED_TRACE("family " + std::to_string(static_cast<int>(row.family)) + ", protocol " +
                          std::to_string(protocol));
             EXPECT_BYTES(bodyOf(*make(row.family, protocol)), row.body);
