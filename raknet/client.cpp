@@ -159,8 +159,8 @@ void Client::channelRead(AddressedEnvelope envelope) {
     if (*data.getInteger<uint8_t>(data.readerIndex()) != pong.id) {
         return;
     }
-    pong.decode(data);
-    if (!pong.hasValidMagic()) {
+    // A pong that can't be read counts as no answer: the ping goes on until its timeout.
+    if (!pong.decode(data) || !pong.hasValidMagic()) {
         return;
     }
     // Only the very address that was pinged counts; the pong's own fields are not compared.
@@ -168,9 +168,13 @@ void Client::channelRead(AddressedEnvelope envelope) {
     if (found == pings.end()) {
         return;
     }
+    auto info = ServerInfo::parse(pong.info);
+    if (!info) {
+        return;
+    }
     auto promise = found->second.promise;
     pings.erase(found);
-    promise.succeed(std::make_shared<ServerInfo>(pong.info));
+    promise.succeed(std::make_shared<ServerInfo>(std::move(*info)));
 }
 
 }  // namespace ferrylink::raknet

@@ -8,6 +8,7 @@
 #include "raknet/listener.h"
 #include "raknet/packets/acknowledge_packet.h"
 #include "raknet/packets/connected_packets.h"
+#include "raknet/packets/offline_packets.h"
 
 namespace ferrylink::raknet {
 
@@ -50,17 +51,45 @@ Connection::Connection(std::shared_ptr<Listener> owner, int32_t mtu, foundation:
       protocolVersion(protocolVersion),
       lastUpdate(Clock::currentTimeMillis()),
       lastPing(lastUpdate),
-      group_(owner ? owner->group : nullptr) {}
+      loop_(owner && owner->channel ? owner->channel->eventLoop() : nullptr) {}
 
 void Connection::sendBuffer(const ByteBuffer& buffer) { queueSend(buffer, Priority::NORMAL); }
 
 void Connection::sendBufferImmediate(const ByteBuffer& buffer) { queueSend(buffer, Priority::IMMEDIATE); }
 
-void Connection::queueSend(const ByteBuffer& buffer, Priority priority) {
-    if (!group_) {
+void Connection::disconnect(std::string reason) {
+    if (loop_ && !loop_->inEventLoop()) {
+        loop_->execute([self = shared_from_this(), reason = std::move(reason)] { self->leave(reason); });
         return;
     }
-    group_->next()->execute([self = shared_from_this(), payload = buffer, priority] {
+    leave(reason);
+}
+
+void Connection::drop(const std::string& reason) {
+    if (!dropped_ && !leaving_ && listener) {
+        listener->printer->print("Dropped " + address.description() + ": " + reason);
+    }
+    leave(reason);
+}
+
+void Connection::leave(const std::string& reason) {
+    // Out of the table already, by any path: the listener of connections has heard of it.
+    if (dropped_ || leaving_ || !listener) {
+        return;
+    }
+    close();
+    dropped_ = true;
+    listener->dropConnection(shared_from_this(), reason);
+}
+
+void Connection::queueSend(const ByteBuffer& buffer, Priority priority) {
+    if (!loop_) {
+        return;
+    }
+    loop_->execute([self = shared_from_this(), payload = buffer, priority] {
+        if (self->dropped_) {
+            return;
+        }
         EncapsulatedPacket frame = frameOf(Reliability::RELIABLE_ORDERED, payload);
         frame.orderChannel = 0;
         self->addToQueue(std::move(frame), priority);
@@ -68,6 +97,9 @@ void Connection::queueSend(const ByteBuffer& buffer, Priority priority) {
 }
 
 void Connection::update(int64_t time) {
+    if (dropped_) {
+        return;
+    }
     if (time - lastUpdate >= SILENCE_TIMEOUT) {
         if (listener) {
             listener->removeConnection(shared_from_this(), "timeout");
@@ -202,7 +234,7 @@ void Connection::sendQueue() {
 }
 
 void Connection::sendPacket(ByteBuffer buffer) {
-    if (!listener || !listener->channel) {
+    if (dropped_ || !listener || !listener->channel) {
         return;
     }
     // A failed write is ignored: the datagram stays in sendDatagrams and time resends it.
@@ -219,12 +251,9 @@ void Connection::sendPing(int64_t time) {
 }
 
 void Connection::close() {
-    // UNRELIABLE, 8 bits of payload, the byte 0x15: DisconnectNotification.
-    static constexpr uint8_t disconnectFrame[] = {0x00, 0x00, 0x08, 0x15};
-    ByteBuffer bytes{std::span<const uint8_t>(disconnectFrame)};
-    EncapsulatedPacket frame;
-    frame.decode(bytes);
-    addToQueue(std::move(frame), Priority::IMMEDIATE);
+    // On the wire 00 00 08 15: UNRELIABLE, 8 bits of payload, DisconnectNotification.
+    const uint8_t disconnect[] = {DisconnectNotification().id};
+    addToQueue(frameOf(Reliability::UNRELIABLE, ByteBuffer(std::span<const uint8_t>(disconnect))), Priority::IMMEDIATE);
 }
 
 void Connection::detachFromListener() { listener.reset(); }

@@ -30,8 +30,11 @@ enum class State : uint8_t { CONNECTING = 0, CONNECTED = 1, DISCONNECTING = 2, D
 //
 // On purpose, as peers of this system expect it: delivery follows messageIndex
 // only (order channels and sequence indices are read and ignored), a datagram
-// overtaken by a later one is dropped, splits have no limits, and sequence
-// numbers and message indices on the way out have gaps.
+// overtaken by a later one is dropped, and sequence numbers and message
+// indices on the way out have gaps.
+//
+// Bytes of the peer that can't be read drop the peer (see disconnect()), never
+// the process.
 class Connection : public std::enable_shared_from_this<Connection> {
 public:
     static constexpr int64_t SILENCE_TIMEOUT = 4000;
@@ -46,6 +49,15 @@ public:
     // channel 0, queued for the next tick or, immediate, in a datagram of its own.
     void sendBuffer(const foundation::ByteBuffer& buffer);
     void sendBufferImmediate(const foundation::ByteBuffer& buffer);
+
+    // For the bridge, from any thread: ends this peer's connection. On the
+    // connection's own loop it sends DisconnectNotification, leaves the
+    // Listener's table, and the ConnectionListener hears
+    // onCloseConnection(address, reason) exactly once; nothing is sent
+    // afterwards. The transport prints nothing: the caller says why in its own
+    // line. Does nothing when the connection has been removed or dropped
+    // already (a timeout, the peer's own goodbye, an earlier call).
+    void disconnect(std::string reason);
 
     // The tick: timeout, own ping, one ACK and one NACK, retransmission by
     // time, then whatever is queued.
@@ -110,15 +122,28 @@ public:
     int64_t lastPing;
 
 private:
+    // The policy point for this peer's bytes: whatever can't be read, or
+    // reaches a limit, ends the connection here and nowhere else, with the one
+    // line "Dropped <address>: <reason>". Loop thread.
+    void drop(const std::string& reason);
+    // Goodbye to the peer, out of the table, onCloseConnection once. Loop thread.
+    void leave(const std::string& reason);
     void queueSend(const foundation::ByteBuffer& buffer, Priority priority);
     void dispatch(foundation::ByteBuffer& payload, bool framed);
     void handleConnectionRequest(foundation::ByteBuffer& payload);
     void handleNewIncomingConnection(foundation::ByteBuffer& payload, bool framed);
     void handleConnectedPing(foundation::ByteBuffer& payload);
 
-    // The Listener's group, taken at construction so that the bridge's sends
-    // never read the Listener from another thread.
-    const std::shared_ptr<foundation::EventLoopGroup> group_;
+    // The loop of the Listener's channel, which owns this connection: taken
+    // at construction so that the bridge's calls never read the Listener from
+    // another thread. Empty for a Listener that has no channel.
+    const std::shared_ptr<foundation::EventLoop> loop_;
+    // Set once the connection has been dropped: it then handles and sends nothing. Loop thread.
+    bool dropped_ = false;
+    // Set by the Listener once a removal has begun, so that a drop doesn't
+    // tell of the same end twice. Loop thread.
+    bool leaving_ = false;
+    friend class Listener;
 };
 
 }  // namespace ferrylink::raknet

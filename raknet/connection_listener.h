@@ -20,8 +20,10 @@ public:
     // id byte is part of it.
     virtual void onEncapsulated(foundation::ByteBuffer payload, const foundation::SocketAddress& address) = 0;
     // The connection of `address` is being removed; reason is "timeout",
-    // "client disconnect" or "shutdown". Comes once per removal call, also for
-    // peers whose handshake never ended.
+    // "client disconnect" or "shutdown", or, for a peer that was dropped (bytes
+    // that can't be read, a limit reached, Connection::disconnect), the reason
+    // given there. Comes once per removal call, also for peers whose handshake
+    // never ended.
     virtual void onCloseConnection(const foundation::SocketAddress& address, const std::string& reason) = 0;
     // The connected handshake has ended: the peer may now send game payloads.
     virtual void onOpenConnection(const std::shared_ptr<Connection>& connection) = 0;

@@ -31,13 +31,10 @@ bool contains(const std::vector<T>& values, V value) {
     return std::find(values.begin(), values.end(), static_cast<T>(value)) != values.end();
 }
 
-// Every number of an entry, in order; an entry running backwards is a fatal fault.
+// Every number of an entry, in order; the decoder has refused entries that run backwards.
 template <typename Visit>
 void forEachNumber(const AcknowledgePacket& packet, Visit visit) {
     for (const auto& entry : packet.packets) {
-        if (entry.start > entry.end) {
-            fatalFault();
-        }
         for (uint64_t number = entry.start; number <= entry.end; ++number) {
             visit(static_cast<int32_t>(number));
         }
@@ -47,7 +44,11 @@ void forEachNumber(const AcknowledgePacket& packet, Visit visit) {
 }  // namespace
 
 void Connection::receive(ByteBuffer buffer) {
-    const uint8_t header = foundation::forced(buffer.getInteger<uint8_t>(buffer.readerIndex()));
+    auto first = buffer.getInteger<uint8_t>(buffer.readerIndex());
+    if (dropped_ || !first) {
+        return;
+    }
+    const uint8_t header = *first;
     if ((header & Flags::VALID) == 0) {
         // Some peers send these two bare, without a frame around them.
         if (state == State::CONNECTING) {
@@ -70,7 +71,10 @@ void Connection::receive(ByteBuffer buffer) {
 
 void Connection::handleAck(ByteBuffer& buffer) {
     ACK ack;
-    ack.decode(buffer);
+    if (auto decoded = ack.decode(buffer); !decoded) {
+        drop(decoded.error());
+        return;
+    }
     forEachNumber(ack, [this](int32_t number) {
         auto found = sendDatagrams.find(number);
         if (found == sendDatagrams.end()) {
@@ -87,7 +91,10 @@ void Connection::handleAck(ByteBuffer& buffer) {
 
 void Connection::handleNack(ByteBuffer& buffer) {
     NACK nack;
-    nack.decode(buffer);
+    if (auto decoded = nack.decode(buffer); !decoded) {
+        drop(decoded.error());
+        return;
+    }
     Datagram kept = std::move(outgoingPacket);
     forEachNumber(nack, [this](int32_t number) {
         auto found = sendDatagrams.find(number);
@@ -104,7 +111,10 @@ void Connection::handleNack(ByteBuffer& buffer) {
 void Connection::handleDatagram(ByteBuffer& buffer) {
     lastUpdate = Clock::currentTimeMillis();
     Datagram datagram;
-    datagram.decode(buffer);
+    if (auto decoded = datagram.decode(buffer); !decoded) {
+        drop(decoded.error());
+        return;
+    }
     const auto seq = static_cast<int32_t>(datagram.sequenceNumber);
 
     // The window slides with the newest number, so a datagram that was
@@ -135,6 +145,9 @@ void Connection::handleDatagram(ByteBuffer& buffer) {
     windowEnd += diff;
 
     for (auto& frame : datagram.packets) {
+        if (dropped_) {
+            return;
+        }
         handlePacket(std::move(frame));
     }
 }
@@ -191,10 +204,9 @@ void Connection::handleEncapsulated(EncapsulatedPacket frame) {
         handleSplit(std::move(frame));
         return;
     }
-    if (!frame.buffer) {
-        fatalFault();
+    if (frame.buffer) {
+        dispatch(*frame.buffer, true);
     }
-    dispatch(*frame.buffer, true);
 }
 
 void Connection::handleSplit(EncapsulatedPacket frame) {
@@ -232,9 +244,13 @@ void Connection::handleSplit(EncapsulatedPacket frame) {
 }
 
 void Connection::dispatch(ByteBuffer& payload, bool framed) {
+    if (dropped_) {
+        return;  // what stood behind the fault in the same datagram
+    }
     auto first = payload.getInteger<uint8_t>(payload.readerIndex());
     if (!first) {
-        fatalFault();  // a frame with an empty payload
+        drop("empty payload");
+        return;
     }
     const uint8_t id = *first;
     auto print = [this](const std::string& line) {
@@ -273,7 +289,10 @@ void Connection::dispatch(ByteBuffer& payload, bool framed) {
 
 void Connection::handleConnectionRequest(ByteBuffer& payload) {
     ConnectionRequest request;
-    request.decode(payload);
+    if (auto decoded = request.decode(payload); !decoded) {
+        drop(decoded.error());
+        return;
+    }
     ConnectionRequestAccepted accepted;
     accepted.address = address;
     accepted.timestamp = request.timestamp;
@@ -291,7 +310,10 @@ void Connection::handleConnectionRequest(ByteBuffer& payload) {
 
 void Connection::handleNewIncomingConnection(ByteBuffer& payload, bool framed) {
     NewIncomingConnection packet;
-    packet.decode(payload);
+    if (auto decoded = packet.decode(payload); !decoded) {
+        drop(decoded.error());
+        return;
+    }
     const auto port = packet.address->port();
     if (framed) {
         // The peer must name the port this server is bound on; the address text is of no interest.
@@ -316,7 +338,10 @@ void Connection::handleNewIncomingConnection(ByteBuffer& payload, bool framed) {
 
 void Connection::handleConnectedPing(ByteBuffer& payload) {
     ConnectedPing ping;
-    ping.decode(payload);
+    if (auto decoded = ping.decode(payload); !decoded) {
+        drop(decoded.error());
+        return;
+    }
     ConnectedPong pong;
     pong.clientTime = ping.clientTime;
     pong.serverTime = Clock::currentTimeMillis();

@@ -140,6 +140,7 @@ void Listener::send(ByteBuffer buffer, const SocketAddress& address) {
 
 void Listener::removeConnection(const std::shared_ptr<Connection>& connection, const std::string& reason) {
     const SocketAddress address = connection->address;
+    connection->leaving_ = true;
     if (shutdown) {
         auto found = connections.find(address);
         if (found != connections.end()) {
@@ -167,6 +168,17 @@ void Listener::removeConnection(const std::shared_ptr<Connection>& connection, c
     }
 }
 
+void Listener::dropConnection(const std::shared_ptr<Connection>& connection, const std::string& reason) {
+    const SocketAddress address = connection->address;
+    if (auto found = connections.find(address); found != connections.end() && found->second == connection) {
+        connections.erase(found);
+    }
+    connection->detachFromListener();
+    if (connectionListener) {
+        connectionListener->onCloseConnection(address, reason);
+    }
+}
+
 int32_t Listener::connectionMtu(int32_t requested, const SocketAddress& peer) {
     int32_t mtu = std::max(std::min(requested, MAXIMUM_MTU), MINIMUM_MTU);
     mtu -= peer.kind() == SocketAddress::Kind::v6 ? IPV6_HEADER_ALLOWANCE : IPV4_HEADER_ALLOWANCE;
@@ -187,6 +199,9 @@ void Listener::channelRead(ChannelHandlerContext& context, AddressedEnvelope env
         printer->print("Unconnected: " + std::to_string(packetId));
     }
     // The offline ids take the offline path also from a peer with a connection.
+    // An offline datagram that can't be read is dropped like one with a wrong
+    // magic, without a line of its own: there is no connection to close, and a
+    // line per datagram would let anyone write the console full.
     if (packetId == OpenConnectionRequest2().id) {
         handleOpenConnectionRequest2(context, envelope, connection);
     } else if (packetId == OpenConnectionRequest1().id) {
@@ -200,8 +215,7 @@ void Listener::channelRead(ChannelHandlerContext& context, AddressedEnvelope env
 
 void Listener::handleUnconnectedPing(ChannelHandlerContext& context, AddressedEnvelope& envelope) {
     UnconnectedPing ping;
-    ping.decode(envelope.data);
-    if (!ping.hasValidMagic()) {
+    if (!ping.decode(envelope.data) || !ping.hasValidMagic()) {
         return;
     }
     if (!info) {
@@ -219,8 +233,7 @@ void Listener::handleUnconnectedPing(ChannelHandlerContext& context, AddressedEn
 void Listener::handleOpenConnectionRequest1(ChannelHandlerContext& context, AddressedEnvelope& envelope,
                                             const std::shared_ptr<Connection>& connection) {
     OpenConnectionRequest1 request;
-    request.decode(envelope.data);
-    if (!request.hasValidMagic()) {
+    if (!request.decode(envelope.data) || !request.hasValidMagic()) {
         return;
     }
     printer->print("RakNet protocol: " + std::to_string(request.protocolVersion));
@@ -253,8 +266,7 @@ void Listener::handleOpenConnectionRequest1(ChannelHandlerContext& context, Addr
 void Listener::handleOpenConnectionRequest2(ChannelHandlerContext& context, AddressedEnvelope& envelope,
                                             const std::shared_ptr<Connection>& connection) {
     OpenConnectionRequest2 request;
-    request.decode(envelope.data);
-    if (!request.hasValidMagic()) {
+    if (!request.decode(envelope.data) || !request.hasValidMagic()) {
         return;
     }
     printer->print("OpenConnectionReply2");

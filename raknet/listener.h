@@ -62,6 +62,11 @@ public:
     // hears of it at once, each time; the entry leaves the table on the loop.
     void removeConnection(const std::shared_ptr<Connection>& connection, const std::string& reason);
 
+    // Takes a peer out of the table at once and tells the listener of
+    // connections, for a connection that has said its goodbye and won't send
+    // again: one that dropped its peer or was told to disconnect. Loop thread.
+    void dropConnection(const std::shared_ptr<Connection>& connection, const std::string& reason);
+
     // The payload size a peer's MTU value allows: clamped to 576...1400, less
     // 40 (IPv6) or 20 (IPv4) for the IP header and 8 for UDP.
     static int32_t connectionMtu(int32_t requested, const foundation::SocketAddress& peer);

@@ -3,7 +3,6 @@
 #include <charconv>
 #include <vector>
 
-#include "foundation/fatal.h"
 
 namespace ferrylink::raknet {
 
@@ -22,18 +21,18 @@ std::vector<std::string_view> pieces(std::string_view text) {
     }
 }
 
-// A base-10 signed 64-bit number with an optional sign; anything else ends the process.
-int64_t number(std::string_view text) {
+// A base-10 signed 64-bit number with an optional sign; nothing for anything else.
+std::optional<int64_t> number(std::string_view text) {
     if (!text.empty() && text.front() == '+') {
         text.remove_prefix(1);
         if (!text.empty() && text.front() == '-') {
-            foundation::fatalFault();
+            return std::nullopt;
         }
     }
     int64_t value = 0;
     auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
     if (text.empty() || error != std::errc() || end != text.data() + text.size()) {
-        foundation::fatalFault();
+        return std::nullopt;
     }
     return value;
 }
@@ -51,20 +50,20 @@ ServerInfo::ServerInfo(std::string motd, std::string name, int64_t protocolVersi
       gamemode(std::move(gamemode)),
       serverId(serverId) {}
 
-ServerInfo::ServerInfo(std::string_view advert) {
+std::optional<ServerInfo> ServerInfo::parse(std::string_view advert) {
     auto fields = pieces(advert);
     if (fields.size() < 9) {
-        foundation::fatalFault();
+        return std::nullopt;
     }
-    motd = std::string(fields[1]);
-    protocolVersion = number(fields[2]);
-    version = std::string(fields[3]);
-    currentPlayers = number(fields[4]);
-    maxPlayers = number(fields[5]);
+    auto protocolVersion = number(fields[2]);
+    auto currentPlayers = number(fields[4]);
+    auto maxPlayers = number(fields[5]);
+    if (!protocolVersion || !currentPlayers || !maxPlayers) {
+        return std::nullopt;
+    }
     // Position 6, the remote server's id, is deliberately never read.
-    serverId = 1;
-    name = std::string(fields[7]);
-    gamemode = std::string(fields[8]);
+    return ServerInfo(std::string(fields[1]), std::string(fields[7]), *protocolVersion, std::string(fields[3]),
+                      *currentPlayers, *maxPlayers, std::string(fields[8]), 1);
 }
 
 std::string ServerInfo::description() const {

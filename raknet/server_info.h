@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -14,14 +15,16 @@ public:
     ServerInfo(std::string motd, std::string name, int64_t protocolVersion, std::string version,
                int64_t currentPlayers, int64_t maxPlayers, std::string gamemode, int64_t serverId);
 
-    // Parses the text of a pong. The advert is trusted: fewer than nine
-    // ";"-separated pieces, or a count that is empty or not a number, ends the
-    // process. Position 0 and position 6 are never read; `serverId` is always 1.
-    explicit ServerInfo(std::string_view advert);
+    // Parses the text of a pong: nothing when it has fewer than nine
+    // ";"-separated pieces or a count is empty or not a number. Position 0 and
+    // position 6 are never read; `serverId` is always 1.
+    static std::optional<ServerInfo> parse(std::string_view advert);
 
     // "MCPE;motd;protocolVersion;version;currentPlayers;maxPlayers;serverId;name;gamemode",
     // nothing escaped.
     std::string description() const;
+
+    friend bool operator==(const ServerInfo&, const ServerInfo&) = default;
 
     std::string motd;
     std::string name;

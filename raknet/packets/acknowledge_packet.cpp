@@ -8,7 +8,6 @@
 namespace ferrylink::raknet {
 
 using foundation::ByteBuffer;
-using foundation::forced;
 
 namespace {
 
@@ -66,24 +65,34 @@ AcknowledgePacket::AcknowledgePacket(uint8_t id, std::vector<uint32_t>& queue, i
     }
 }
 
-void AcknowledgePacket::decode(ByteBuffer& buffer) {
-    Packet::decode(buffer);
-    int16_t count = forced(buffer.readInteger<int16_t>());
+Decoded AcknowledgePacket::decode(ByteBuffer& buffer) {
+    // A lambda, so that the reason's text is made only on failure.
+    auto truncated = [] { return Decoded(foundation::unexpected("truncated acknowledgement")); };
+    int16_t count = 0;
+    if (!Packet::decode(buffer) || !readField(buffer, count)) {
+        return truncated();
+    }
     if (count < 0) {
-        foundation::fatalFault();
+        return foundation::unexpected("negative acknowledgement record count");
     }
     packets.clear();
+    packets.reserve(std::min<size_t>(static_cast<size_t>(count), buffer.readableBytes() / 4));
     for (int16_t i = 0; i < count; ++i) {
-        int8_t single = forced(buffer.readInteger<int8_t>());
-        if (single == RECORD_RANGE) {
-            uint32_t start = readU24(buffer);
-            uint32_t end = readU24(buffer);
-            packets.push_back(Entry{start, end});
-        } else {
-            uint32_t number = readU24(buffer);
-            packets.push_back(Entry{number, number});
+        int8_t single = 0;
+        if (!readField(buffer, single)) {
+            return truncated();
         }
+        auto start = readU24(buffer);
+        auto end = single == RECORD_RANGE ? readU24(buffer) : start;
+        if (!start || !end) {
+            return truncated();
+        }
+        if (*start > *end) {
+            return foundation::unexpected("acknowledgement range runs backwards");
+        }
+        packets.push_back(Entry{*start, *end});
     }
+    return {};
 }
 
 void AcknowledgePacket::encode(ByteBuffer& buffer) const {

@@ -25,8 +25,9 @@ public:
     // the same: the peer gets it again by retransmission.
     AcknowledgePacket(uint8_t id, std::vector<uint32_t>& queue, int32_t budget);
 
-    // Replaces `packets`. A negative record count is a fatal fault.
-    void decode(foundation::ByteBuffer& buffer) override;
+    // Replaces `packets`. Fails on short input, a negative record count and
+    // a range that runs backwards.
+    Decoded decode(foundation::ByteBuffer& buffer) override;
     void encode(foundation::ByteBuffer& buffer) const override;
 
     std::vector<Entry> packets;

@@ -7,7 +7,6 @@
 namespace ferrylink::raknet {
 
 using foundation::ByteBuffer;
-using foundation::forced;
 
 namespace {
 
@@ -16,9 +15,11 @@ constexpr uint32_t TRAILING_TIMESTAMP_BYTES = 16;
 
 }  // namespace
 
-void ConnectedPing::decode(ByteBuffer& buffer) {
-    Packet::decode(buffer);
-    clientTime = forced(buffer.readInteger<int64_t>());
+Decoded ConnectedPing::decode(ByteBuffer& buffer) {
+    if (!Packet::decode(buffer) || !readField(buffer, clientTime)) {
+        return foundation::unexpected("truncated ConnectedPing");
+    }
+    return {};
 }
 
 void ConnectedPing::encode(ByteBuffer& buffer) const {
@@ -32,12 +33,15 @@ void ConnectedPong::encode(ByteBuffer& buffer) const {
     buffer.writeInteger(serverTime);
 }
 
-void ConnectionRequest::decode(ByteBuffer& buffer) {
-    Packet::decode(buffer);
-    clientId = forced(buffer.readInteger<int64_t>());
-    timestamp = forced(buffer.readInteger<int64_t>());
+Decoded ConnectionRequest::decode(ByteBuffer& buffer) {
+    if (!Packet::decode(buffer) ||
+        !readField(buffer, clientId) ||
+        !readField(buffer, timestamp)) {
+        return foundation::unexpected("truncated ConnectionRequest");
+    }
     // The security flag: read when present, never used.
     (void)buffer.readInteger<uint8_t>();
+    return {};
 }
 
 void ConnectionRequestAccepted::encode(ByteBuffer& buffer) const {
@@ -58,16 +62,27 @@ void ConnectionRequestAccepted::encode(ByteBuffer& buffer) const {
     buffer.writeInteger(foundation::Clock::currentTimeMillis());
 }
 
-void NewIncomingConnection::decode(ByteBuffer& buffer) {
-    Packet::decode(buffer);
+Decoded NewIncomingConnection::decode(ByteBuffer& buffer) {
+    // A lambda, so that the reason's text is made only on failure.
+    auto truncated = [] { return Decoded(foundation::unexpected("truncated NewIncomingConnection")); };
+    if (!Packet::decode(buffer)) {
+        return truncated();
+    }
     address = readAddress(buffer);
+    if (!address) {
+        return truncated();
+    }
     nExtraAdresses = 0;
     while (buffer.readableBytes() > TRAILING_TIMESTAMP_BYTES) {
-        (void)readAddress(buffer);
+        if (!readAddress(buffer)) {
+            return truncated();
+        }
         ++nExtraAdresses;
     }
-    pongTimestamp = forced(buffer.readInteger<int64_t>());
-    timestamp = forced(buffer.readInteger<int64_t>());
+    if (!readField(buffer, pongTimestamp) || !readField(buffer, timestamp)) {
+        return truncated();
+    }
+    return {};
 }
 
 }  // namespace ferrylink::raknet

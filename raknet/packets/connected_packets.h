@@ -13,7 +13,7 @@ namespace ferrylink::raknet {
 class ConnectedPing : public Packet {
 public:
     ConnectedPing() : Packet(0x00) {}
-    void decode(foundation::ByteBuffer& buffer) override;
+    Decoded decode(foundation::ByteBuffer& buffer) override;
     void encode(foundation::ByteBuffer& buffer) const override;
 
     int64_t clientTime = -1;
@@ -33,7 +33,7 @@ public:
 class ConnectionRequest : public Packet {
 public:
     ConnectionRequest() : Packet(0x09) {}
-    void decode(foundation::ByteBuffer& buffer) override;
+    Decoded decode(foundation::ByteBuffer& buffer) override;
 
     int64_t clientId = -1;
     int64_t timestamp = -1;
@@ -58,7 +58,7 @@ class NewIncomingConnection : public Packet {
 public:
     NewIncomingConnection() : Packet(0x13) {}
     // Reads extra addresses for as long as more than 16 bytes remain.
-    void decode(foundation::ByteBuffer& buffer) override;
+    Decoded decode(foundation::ByteBuffer& buffer) override;
 
     int64_t timestamp = -1;
     int64_t pongTimestamp = -1;

@@ -6,14 +6,23 @@ namespace ferrylink::raknet {
 
 using foundation::ByteBuffer;
 
-void Datagram::decode(ByteBuffer& buffer) {
-    Packet::decode(buffer);
-    sequenceNumber = readU24(buffer);
+Decoded Datagram::decode(ByteBuffer& buffer) {
+    if (!Packet::decode(buffer)) {
+        return foundation::unexpected("truncated datagram header");
+    }
+    auto number = readU24(buffer);
+    if (!number) {
+        return foundation::unexpected("truncated datagram header");
+    }
+    sequenceNumber = *number;
     while (buffer.readableBytes() > 0) {
         EncapsulatedPacket frame;
-        frame.decode(buffer);
+        if (auto decoded = frame.decode(buffer); !decoded) {
+            return decoded;
+        }
         packets.push_back(std::move(frame));
     }
+    return {};
 }
 
 void Datagram::encode(ByteBuffer& buffer) const {

@@ -12,7 +12,8 @@ namespace ferrylink::raknet {
 class Datagram : public Packet {
 public:
     Datagram() : Packet(0x80) {}
-    void decode(foundation::ByteBuffer& buffer) override;
+    // Fails on a short header or the first frame that can't be read.
+    Decoded decode(foundation::ByteBuffer& buffer) override;
     void encode(foundation::ByteBuffer& buffer) const override;
     // 4 header bytes plus the size of each frame.
     int32_t length() const;

@@ -9,7 +9,6 @@ namespace ferrylink::raknet {
 
 using foundation::ByteBuffer;
 using foundation::fatalFault;
-using foundation::forced;
 
 namespace {
 
@@ -25,35 +24,60 @@ constexpr uint16_t LONGEST_LENGTH_IN_BITS = 65528;
 
 }  // namespace
 
-void EncapsulatedPacket::decode(ByteBuffer& from) {
-    auto flags = static_cast<uint8_t>(forced(from.readInteger<int8_t>()));
-    reliability = forced(Reliability::fromId(flags >> 5));
+Decoded EncapsulatedPacket::decode(ByteBuffer& from) {
+    // A lambda, so that the reason's text is made only on failure.
+    auto truncated = [] { return Decoded(foundation::unexpected("truncated frame")); };
+    uint8_t flags = 0;
+    uint16_t lengthInBits = 0;
+    if (!readField(from, flags) || !readField(from, lengthInBits)) {
+        return truncated();
+    }
+    // Three bits can name no kind beyond the eight there are.
+    reliability = Reliability::fromId(flags >> 5);
     split = (flags & SPLIT_FLAG) != 0;
-
-    uint16_t lengthInBits = forced(from.readInteger<uint16_t>());
     if (lengthInBits > LONGEST_LENGTH_IN_BITS) {
-        fatalFault();
+        return foundation::unexpected("frame longer than 65528 bits");
     }
     uint32_t length = (static_cast<uint32_t>(lengthInBits) + 7) / 8;
 
     if (reliability->reliable) {
-        messageIndex = static_cast<int32_t>(readU24(from));
+        auto index = readU24(from);
+        if (!index) {
+            return truncated();
+        }
+        messageIndex = static_cast<int32_t>(*index);
     }
     // Sequenced and ordered fields are read so the next frame is found; the
     // receive path doesn't act on them.
     if (reliability->sequenced) {
-        sequenceIndex = static_cast<int32_t>(readU24(from));
+        auto index = readU24(from);
+        if (!index) {
+            return truncated();
+        }
+        sequenceIndex = static_cast<int32_t>(*index);
     }
     if (reliability->ordered || reliability->sequenced) {
-        orderIndex = static_cast<int32_t>(readU24(from));
-        orderChannel = forced(from.readInteger<uint8_t>());
+        auto index = readU24(from);
+        uint8_t channel = 0;
+        if (!index || !readField(from, channel)) {
+            return truncated();
+        }
+        orderIndex = static_cast<int32_t>(*index);
+        orderChannel = channel;
     }
     if (split) {
-        splitCount = forced(from.readInteger<int32_t>());
-        splitId = forced(from.readInteger<int16_t>());
-        splitIndex = forced(from.readInteger<int32_t>());
+        int16_t id = 0;
+        if (!readField(from, splitCount) || !readField(from, id) || !readField(from, splitIndex)) {
+            return truncated();
+        }
+        splitId = id;
     }
-    buffer = forced(from.readSlice(length));
+    auto payload = from.readSlice(length);
+    if (!payload) {
+        return truncated();
+    }
+    buffer = std::move(*payload);
+    return {};
 }
 
 void EncapsulatedPacket::encode(ByteBuffer& to) const {

@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "foundation/byte_buffer.h"
+#include "raknet/packets/packet.h"
 #include "raknet/reliability.h"
 
 namespace ferrylink::raknet {
@@ -15,9 +16,9 @@ namespace ferrylink::raknet {
 //   splitCount (4), splitId (2), splitIndex (4) when split, then the payload.
 class EncapsulatedPacket {
 public:
-    // Reads one frame; a short read or a length above 65528 bits is a fatal fault.
+    // Reads one frame; fails on a short read or a length above 65528 bits.
     // The payload is a slice of `buffer`, not a copy.
-    void decode(foundation::ByteBuffer& buffer);
+    Decoded decode(foundation::ByteBuffer& buffer);
     // Writes the frame without moving the payload's reader, so it can be sent
     // again. Kinds with id 4 or more, payloads of 4096 bytes or more, a missing
     // messageIndex on a reliable kind and a splitId beyond 16 bits are fatal.

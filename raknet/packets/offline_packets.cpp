@@ -9,7 +9,6 @@
 namespace ferrylink::raknet {
 
 using foundation::ByteBuffer;
-using foundation::forced;
 
 namespace {
 
@@ -22,11 +21,14 @@ int16_t checkedMtu(int32_t mtu) {
 
 }  // namespace
 
-void UnconnectedPing::decode(ByteBuffer& buffer) {
-    Packet::decode(buffer);
-    clientTime = forced(buffer.readInteger<int64_t>());
-    readMagic(buffer);
-    clientId = forced(buffer.readInteger<int64_t>());
+Decoded UnconnectedPing::decode(ByteBuffer& buffer) {
+    if (!Packet::decode(buffer) ||
+        !readField(buffer, clientTime) ||
+        !readMagic(buffer) ||
+        !readField(buffer, clientId)) {
+        return foundation::unexpected("truncated UnconnectedPing");
+    }
+    return {};
 }
 
 void UnconnectedPing::encode(ByteBuffer& buffer) const {
@@ -36,12 +38,19 @@ void UnconnectedPing::encode(ByteBuffer& buffer) const {
     buffer.writeInteger(clientId);
 }
 
-void UnconnectedPong::decode(ByteBuffer& buffer) {
-    Packet::decode(buffer);
-    clientTime = forced(buffer.readInteger<int64_t>());
-    serverId = forced(buffer.readInteger<int64_t>());
-    readMagic(buffer);
-    info = readString(buffer);
+Decoded UnconnectedPong::decode(ByteBuffer& buffer) {
+    if (!Packet::decode(buffer) ||
+        !readField(buffer, clientTime) ||
+        !readField(buffer, serverId) ||
+        !readMagic(buffer)) {
+        return foundation::unexpected("truncated UnconnectedPong");
+    }
+    auto text = readString(buffer);
+    if (!text) {
+        return foundation::unexpected("advert length past the end");
+    }
+    info = std::move(*text);
+    return {};
 }
 
 void UnconnectedPong::encode(ByteBuffer& buffer) const {
@@ -52,14 +61,19 @@ void UnconnectedPong::encode(ByteBuffer& buffer) const {
     writeString(buffer, info);
 }
 
-void OpenConnectionRequest1::decode(ByteBuffer& buffer) {
+Decoded OpenConnectionRequest1::decode(ByteBuffer& buffer) {
     // The whole datagram, id byte included, is the peer's MTU here.
     mtu = static_cast<int32_t>(buffer.readableBytes());
-    Packet::decode(buffer);
-    readMagic(buffer);
-    protocolVersion = forced(buffer.readInteger<int8_t>());
+    int8_t version = 0;
+    if (!Packet::decode(buffer) ||
+        !readMagic(buffer) ||
+        !readField(buffer, version)) {
+        return foundation::unexpected("truncated OpenConnectionRequest1");
+    }
+    protocolVersion = version;
     // The padding is neither checked nor kept.
     buffer.moveReaderIndex(buffer.writerIndex());
+    return {};
 }
 
 void OpenConnectionReply1::encode(ByteBuffer& buffer) const {
@@ -70,12 +84,19 @@ void OpenConnectionReply1::encode(ByteBuffer& buffer) const {
     buffer.writeInteger(checkedMtu(mtu));
 }
 
-void OpenConnectionRequest2::decode(ByteBuffer& buffer) {
-    Packet::decode(buffer);
-    readMagic(buffer);
+Decoded OpenConnectionRequest2::decode(ByteBuffer& buffer) {
+    if (!Packet::decode(buffer) || !readMagic(buffer)) {
+        return foundation::unexpected("truncated OpenConnectionRequest2");
+    }
     address = readAddress(buffer);
-    mtu = forced(buffer.readInteger<uint16_t>());
-    clientId = forced(buffer.readInteger<int64_t>());
+    uint16_t requested = 0;
+    if (!address ||
+        !readField(buffer, requested) ||
+        !readField(buffer, clientId)) {
+        return foundation::unexpected("truncated OpenConnectionRequest2");
+    }
+    mtu = requested;
+    return {};
 }
 
 void OpenConnectionReply2::encode(ByteBuffer& buffer) const {

@@ -7,15 +7,16 @@
 #include "foundation/socket_address.h"
 #include "raknet/packets/packet.h"
 
-// The packets a peer sends before it has a connection. Whether one is
-// acceptable (its magic, its protocol version) is for the caller to decide.
+// The packets a peer sends before it has a connection. Decoders fail on short
+// input; whether a packet that decodes is acceptable (its magic, its protocol
+// version) is for the caller to decide.
 namespace ferrylink::raknet {
 
 // 0x01, 33 bytes: id, clientTime, magic, clientId.
 class UnconnectedPing : public OfflinePacket {
 public:
     UnconnectedPing() : OfflinePacket(0x01) {}
-    void decode(foundation::ByteBuffer& buffer) override;
+    Decoded decode(foundation::ByteBuffer& buffer) override;
     void encode(foundation::ByteBuffer& buffer) const override;
 
     int64_t clientTime = -1;
@@ -26,7 +27,7 @@ public:
 class UnconnectedPong : public OfflinePacket {
 public:
     UnconnectedPong() : OfflinePacket(0x1C) {}
-    void decode(foundation::ByteBuffer& buffer) override;
+    Decoded decode(foundation::ByteBuffer& buffer) override;
     void encode(foundation::ByteBuffer& buffer) const override;
 
     int64_t clientTime = -1;
@@ -39,7 +40,7 @@ public:
 class OpenConnectionRequest1 : public OfflinePacket {
 public:
     OpenConnectionRequest1() : OfflinePacket(0x05) {}
-    void decode(foundation::ByteBuffer& buffer) override;
+    Decoded decode(foundation::ByteBuffer& buffer) override;
 
     int32_t protocolVersion = -1;
     int32_t mtu = -1;
@@ -59,7 +60,7 @@ public:
 class OpenConnectionRequest2 : public OfflinePacket {
 public:
     OpenConnectionRequest2() : OfflinePacket(0x07) {}
-    void decode(foundation::ByteBuffer& buffer) override;
+    Decoded decode(foundation::ByteBuffer& buffer) override;
 
     int32_t mtu = -1;
     int64_t clientId = -1;

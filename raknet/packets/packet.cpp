@@ -7,15 +7,25 @@
 namespace ferrylink::raknet {
 
 using foundation::ByteBuffer;
-using foundation::forced;
 
-void Packet::decode(ByteBuffer& buffer) { id = forced(buffer.readInteger<uint8_t>()); }
+Decoded Packet::decode(ByteBuffer& buffer) {
+    if (!readField(buffer, id)) {
+        return foundation::unexpected("empty packet");
+    }
+    return {};
+}
 
 void Packet::encode(ByteBuffer&) const { foundation::fatalFault("this packet has no encoder"); }
 
 bool OfflinePacket::hasValidMagic() const { return std::ranges::equal(magic, MAGIC); }
 
-void OfflinePacket::readMagic(ByteBuffer& buffer) { magic = forced(buffer.readBytes(MAGIC.size())); }
+bool OfflinePacket::readMagic(ByteBuffer& buffer) {
+    auto bytes = buffer.readBytes(MAGIC.size());
+    if (bytes) {
+        magic = std::move(*bytes);
+    }
+    return bytes.has_value();
+}
 
 void OfflinePacket::writeMagic(ByteBuffer& buffer) { buffer.writeBytes(MAGIC); }
 

@@ -12,7 +12,6 @@
 namespace ferrylink::raknet {
 
 using foundation::ByteBuffer;
-using foundation::forced;
 using foundation::SocketAddress;
 
 namespace {
@@ -24,16 +23,23 @@ SocketAddress unspecifiedAddress() {
 }
 
 constexpr uint16_t IPV6_FAMILY_ON_WIRE = 10;
+// What follows the version byte of an IPv6 address: family, port, flow
+// information, address, scope.
+constexpr uint32_t IPV6_ADDRESS_BYTES = 2 + 2 + 4 + 16 + 4;
 
 }  // namespace
 
-std::string readString(ByteBuffer& buffer) {
-    int16_t length = forced(buffer.readInteger<int16_t>());
-    if (length < 0) {
-        foundation::fatalFault();
+std::optional<std::string> readString(ByteBuffer& buffer) {
+    auto length = buffer.readInteger<int16_t>();
+    if (!length) {
+        return std::nullopt;
     }
-    auto bytes = forced(buffer.readBytes(length));
-    return foundation::repairUtf8(std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
+    // A negative length gives nothing here too.
+    auto bytes = buffer.readBytes(*length);
+    if (!bytes) {
+        return std::nullopt;
+    }
+    return foundation::repairUtf8(std::string_view(reinterpret_cast<const char*>(bytes->data()), bytes->size()));
 }
 
 void writeString(ByteBuffer& buffer, std::string_view text) {
@@ -44,26 +50,32 @@ void writeString(ByteBuffer& buffer, std::string_view text) {
     buffer.writeBytes(text);
 }
 
-SocketAddress readAddress(ByteBuffer& buffer) {
+std::optional<SocketAddress> readAddress(ByteBuffer& buffer) {
     auto version = buffer.readInteger<int8_t>();
     if (!version) {
         return unspecifiedAddress();
     }
     if (*version == 6) {
+        if (buffer.readableBytes() < IPV6_ADDRESS_BYTES) {
+            return std::nullopt;
+        }
         buffer.moveReaderIndexForwardBy(2);  // the family, a constant of the protocol
-        uint16_t port = forced(buffer.readInteger<uint16_t>());
+        auto port = buffer.readInteger<uint16_t>();
         buffer.moveReaderIndexForwardBy(4);  // flow information
-        auto bytes = forced(buffer.readBytes(16));
+        auto bytes = buffer.readBytes(16);
         buffer.moveReaderIndexForwardBy(4);  // scope
-        return SocketAddress::fromBytes(AF_INET6, bytes, port);
+        return SocketAddress::fromBytes(AF_INET6, *bytes, *port);
     }
     if (*version == 4) {
-        auto bytes = forced(buffer.readBytes(4));
-        for (auto& byte : bytes) {
+        auto bytes = buffer.readBytes(4);
+        auto port = buffer.readInteger<uint16_t>();
+        if (!bytes || !port) {
+            return std::nullopt;
+        }
+        for (auto& byte : *bytes) {
             byte = static_cast<uint8_t>(~byte);
         }
-        uint16_t port = forced(buffer.readInteger<uint16_t>());
-        return SocketAddress::fromBytes(AF_INET, bytes, port);
+        return SocketAddress::fromBytes(AF_INET, *bytes, *port);
     }
     // Only the version byte has been consumed: whatever follows is read from
     // the wrong place by the caller, as peers of this system expect.
@@ -110,11 +122,11 @@ void writeIPv4(ByteBuffer& buffer, std::string_view text, uint16_t port) {
     buffer.writeInteger(port);
 }
 
-uint32_t readU24(ByteBuffer& buffer) {
+std::optional<uint32_t> readU24(ByteBuffer& buffer) {
     // Read in place: this runs for every datagram and frame that arrives.
     auto bytes = buffer.readableView();
     if (bytes.size() < 3) {
-        foundation::fatalFault();
+        return std::nullopt;
     }
     buffer.moveReaderIndexForwardBy(3);
     return static_cast<uint32_t>(bytes[0]) | static_cast<uint32_t>(bytes[1]) << 8 |

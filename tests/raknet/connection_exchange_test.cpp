@@ -2,6 +2,8 @@
 // acknowledgements, retransmission, reordering, timeout and disconnect.
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "foundation/clock.h"
 #include "harness.h"
 #include "support/hex.h"
@@ -320,6 +322,70 @@ TEST_F(ConnectionExchangeTest, ClosedListenerLetsGoOfItsConnections) {
     EXPECT_EQ(server.connectionCount(), 0u);
     EXPECT_TRUE(server.events->of(EventKind::close).empty());  // no word to the bridge
 }
+
+// --- Dropping one peer ------------------------------------------------------------------------
+
+TEST_F(ConnectionExchangeTest, DisconnectEndsThePeerOnceWithItsReasonQuietlyAndSendsNothingAfter) {
+    auto connection = connected();
+    ASSERT_TRUE(connection);
+    connection->disconnect("bad game packet");
+    connection->disconnect("told twice");
+    EXPECT_TRUE(peer.nextPayloadWithId(0x15));
+    ASSERT_TRUE(server.waitForConnections(0));
+    auto closes = server.events->of(EventKind::close);
+    ASSERT_EQ(closes.size(), 1u);
+    EXPECT_EQ(closes[0].reason, "bad game packet");
+    EXPECT_EQ(closes[0].address, peer.localAddress());
+    EXPECT_EQ(server.printer->count("Dropped " + peer.localAddress().description() + ": bad game packet"), 0u);
+
+    connection->sendBufferImmediate(ByteBuffer(Bytes{0xFE, 0x01}));
+    server.onLoop([] {});  // the send's task has run
+    EXPECT_FALSE(peer.nextPayloadWithId(0xFE, std::chrono::milliseconds(0)));
+}
+
+struct GarbageCase {
+    const char* name;
+    std::function<void(RakNetPeer&)> send;
+    const char* reason;
+};
+
+class GarbageFromOnePeerTest : public ConnectionExchangeTest, public ::testing::WithParamInterface<GarbageCase> {};
+
+TEST_P(GarbageFromOnePeerTest, DropsThatPeerAloneWithOneLine) {
+    ASSERT_TRUE(connected());
+    RakNetPeer other(*server.address);
+    ASSERT_TRUE(other.connect());
+    ASSERT_TRUE(server.events->waitFor(EventKind::open, 2));
+
+    GetParam().send(peer);
+    ASSERT_TRUE(server.events->waitFor(EventKind::close));
+    auto closes = server.events->of(EventKind::close);
+    ASSERT_EQ(closes.size(), 1u);
+    EXPECT_EQ(closes[0].address, peer.localAddress());
+    EXPECT_EQ(closes[0].reason, GetParam().reason);
+    std::string line = "Dropped " + peer.localAddress().description() + ": " + GetParam().reason;
+    EXPECT_EQ(server.printer->count(line), 1u);
+    EXPECT_TRUE(peer.nextPayloadWithId(0x15));
+    EXPECT_EQ(server.connectionOf(peer.localAddress()), nullptr);
+
+    other.sendPayload({0xFE, 0x07});
+    ASSERT_TRUE(server.events->waitFor(EventKind::encapsulated));
+    EXPECT_EQ(server.events->of(EventKind::encapsulated)[0].address, other.localAddress());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Inputs, GarbageFromOnePeerTest,
+    ::testing::Values(
+        GarbageCase{"TruncatedFrame",
+                    [](RakNetPeer& peer) { peer.sendRaw(ferrylink::testing::bytesFromHex("84 02 00 00 60 00 08 01 00")); },
+                    "truncated frame"},
+        GarbageCase{"AcknowledgementRunningBackwards",
+                    [](RakNetPeer& peer) { peer.sendRaw(RakNetPeer::encodeAcknowledgement({false, {{5, 2}}})); },
+                    "acknowledgement range runs backwards"},
+        GarbageCase{"EmptyPayload", [](RakNetPeer& peer) { peer.sendFrames({peer.frame({}, 0)}); }, "empty payload"},
+        GarbageCase{"TruncatedConnectedPing", [](RakNetPeer& peer) { peer.sendFrames({peer.frame({0x00, 0x01})}); },
+                    "truncated ConnectedPing"}),
+    [](const auto& info) { return info.param.name; });
 
 TEST(ConnectionExchangeIPv6Test, HandshakeOverIPv6) {
     LoopbackServer server("::1");

@@ -388,13 +388,6 @@ TEST_F(ConnectionDeathTest, BareNewIncomingConnectionWithoutListenerEndsTheProce
     EXPECT_DEATH(connection->receive(ByteBuffer(packet)), "");
 }
 
-TEST_F(ConnectionDeathTest, EmptyPayloadEndsTheProcess) {
-    EXPECT_DEATH(connection->receive(datagram(0, {unreliable({})})), "");
-}
-
-TEST_F(ConnectionDeathTest, BackwardsAcknowledgementRangeEndsTheProcess) {
-    EXPECT_DEATH(connection->receive(acknowledgement(false, {{5, 2}})), "");
-}
 
 // --- The send path ---------------------------------------------------------------------
 
