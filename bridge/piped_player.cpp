@@ -283,15 +283,7 @@ void PipedPlayer::drop(const std::string& reason) {
     dropped_ = true;
     print("Dropped " + foundation::forced(address).ipAddress().value_or("?") + ":" +
           std::to_string(address->port().value_or(0)) + ": " + printable(reason));
-    auto listener = server ? server->listener() : nullptr;
-    if (!listener || !listener->channel) {
-        return;
-    }
-    // The transport's tables belong to its loop.
-    (void)listener->channel->eventLoop()->execute([listener, connection = connection, reason] {
-        connection->close();
-        listener->removeConnection(connection, reason);
-    });
+    connection->disconnect(reason);
 }
 
 void PipedPlayer::transfer(const std::string& host, int port) {
