@@ -2,10 +2,15 @@
 
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+namespace ferrylink::raknet {
+class Printer;
+}
 
 namespace ferrylink::app {
 
@@ -40,6 +45,10 @@ struct AppConfig {
 
     // The form's name check; empty: the system resolver.
     NameCheck nameCheck;
+
+    // Where the bridge's console lines go, on the main queue, besides
+    // nowhere; empty: nowhere at all.
+    std::shared_ptr<raknet::Printer> console;
 
     // The addresses the start-up probe opens its sockets towards; empty: the
     // machine's own Ethernet-like IPv4 addresses.

@@ -2,6 +2,7 @@
 
 #include "app/local_network_permission.h"
 #include "app/main_thread.h"
+#include "app/sqlite_database.h"
 #include "foundation/fatal.h"
 
 namespace ferrylink::app {
@@ -73,6 +74,20 @@ AppCore::~AppCore() {
     }
 }
 
+void AppCore::checkDataFolder(const AppConfig& config) {
+    std::filesystem::path file = dataFilePath(config.dataDirectory);
+    if (file.empty()) {
+        throw std::runtime_error("there is no data folder: give one with --data-dir, or set HOME");
+    }
+    try {
+        SqliteDatabase database(file);
+        database.execute("BEGIN IMMEDIATE; ROLLBACK");
+    } catch (const StoreError& error) {
+        throw std::runtime_error("the data folder " + file.parent_path().string() +
+                                 " can't be written: " + error.localizedDescription());
+    }
+}
+
 void AppCore::setScreenHooks(ScreenHooks hooks) { *hooks_ = std::move(hooks); }
 
 void AppCore::launch() {
@@ -105,6 +120,7 @@ std::shared_ptr<ConectionForm> AppCore::makeConectionForm(std::shared_ptr<FormSe
                     hooks->dismissKeyboard();
                 }
             },
+        .console = config_.console,
     });
 }
 

@@ -58,6 +58,13 @@ public:
     AppCore(const AppCore&) = delete;
     AppCore& operator=(const AppCore&) = delete;
 
+    // Whether the app can keep its settings and favourites in the data
+    // folder of `config`: makes the folder and the file, and takes a write
+    // lock. Throws std::runtime_error with the reason when it can't. Any
+    // thread; for a host to call before it builds the core, whose store
+    // failing later is fatal.
+    static void checkDataFolder(const AppConfig& config);
+
     const AppConfig& config() const { return config_; }
     void setScreenHooks(ScreenHooks hooks);
 

@@ -89,7 +89,7 @@ std::shared_ptr<ConectionForm> ConectionForm::make(Environment environment) {
 }
 
 ConectionForm::ConectionForm(Environment environment)
-    : environment_(std::move(environment)), output_(std::make_shared<Output>()) {
+    : environment_(std::move(environment)), output_(std::make_shared<Output>(environment_.console)) {
     if (!environment_.nameCheck) {
         environment_.nameCheck = resolverNameCheck;
     }

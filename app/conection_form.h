@@ -49,6 +49,8 @@ public:
         int bridgePort = 19132;
         // The screen's keyboard; may be empty.
         std::function<void()> dismissKeyboard;
+        // Gets the bridge's console lines; may be empty.
+        std::shared_ptr<raknet::Printer> console = nullptr;
     };
 
     static std::shared_ptr<ConectionForm> make(Environment environment);

@@ -6,9 +6,13 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cctype>
+#include <chrono>
 #include <cstdlib>
+#include <ctime>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <sstream>
@@ -19,6 +23,9 @@
 #include "app/app_core.h"
 #include "app/web/access_token.h"
 #include "app/web/web_server.h"
+#include "bridge/console_lines.h"
+#include "bridge/resource_bundle.h"
+#include "bridge/world_resources.h"
 #include "cli/commands.h"
 #include "cli/termination_signals.h"
 #include "foundation/dispatch_queue.h"
@@ -110,6 +117,103 @@ app::AppConfig configFor(const AppOptions& options) {
         config.localNetworkAddresses = splitList(*addresses);
     }
     return config;
+}
+
+// "2026-05-01 12:00:00", local time.
+std::string timeStamp() {
+    std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+    std::tm local{};
+    ::localtime_r(&now, &local);
+    char text[32];
+    std::strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S", &local);
+    return text;
+}
+
+// What the user of `ferrylink app` reads on its terminal: one time-stamped
+// line per run started or stopped, console joined, console handed over and
+// failure. The runs come from the app's model, the rest from the bridge's
+// console, whose lines the app hands over on the main queue, in order with
+// the model's changes. Main queue only.
+class RunLog : public raknet::Printer {
+public:
+    void watch(app::AppCore& core) {
+        core.runningServer().server.subscribe([this](const std::shared_ptr<app::BridgeServer>& server) {
+            if (server && !running_) {
+                line("Run started: consoles are sent on to " + server->transferHost() + ":" +
+                     std::to_string(server->transferPort()));
+            } else if (!server && running_) {
+                line("Run stopped");
+            }
+            running_ = server != nullptr;
+        });
+    }
+
+    void print(const std::string& text) override {
+        switch (bridge::consoleLineKind(text)) {
+            case bridge::ConsoleLineKind::join:
+                if (text.starts_with(kJoined)) {
+                    line("Console joined from " + text.substr(kJoined.size()));
+                }
+                break;
+            case bridge::ConsoleLineKind::handOver:
+                line("Console handed over to " + text.substr(kHandedOver.size()));
+                break;
+            case bridge::ConsoleLineKind::error:
+                line("Failure: " + text);
+                break;
+            default:
+                // Starts and stops are told from the model, the rest is chatter.
+                break;
+        }
+    }
+
+private:
+    static constexpr std::string_view kJoined = "New connection: ";
+    static constexpr std::string_view kHandedOver = "IP ";
+
+    static void line(const std::string& text) { std::cout << timeStamp() << " " << text << std::endl; }
+
+    bool running_ = false;
+};
+
+// Run refuses, without a word, any host that contains the backend's host
+// text. With the built-in backend that costs nothing; a self-hosted one
+// named by an address or a short name may swallow real targets.
+void warnAboutBackendHost(const app::AppConfig& config) {
+    if (config.backendHost.empty() || config.backendHost == app::builtInBackendHost()) {
+        return;
+    }
+    std::cerr << "ferrylink: note: Run refuses, without a message, every server address that contains \""
+              << config.backendHost << "\", the backend's host." << std::endl;
+}
+
+// The world-data files a run sends every console; without them a run would
+// end the process at the first join.
+void checkResources() {
+    auto candidates = bridge::ResourceBundle::candidateFolders();
+    auto bundle = bridge::ResourceBundle::find(candidates);
+    std::string missing;
+    if (bundle) {
+        for (auto resource : {bridge::WorldResource::biomeDefinitions, bridge::WorldResource::entityIdentifiers,
+                              bridge::WorldResource::requiredBlockStates}) {
+            if (!bundle->pathForResource(bridge::resourceName(resource), "nbt")) {
+                missing += std::string(missing.empty() ? "" : ", ") + std::string(bridge::resourceName(resource)) + ".nbt";
+            }
+        }
+        if (missing.empty()) {
+            return;
+        }
+        throw std::runtime_error("the world-data folder " + bundle->folder().string() + " lacks " + missing);
+    }
+    std::string looked;
+    for (size_t i = 0; i < candidates.size(); ++i) {
+        if (std::find(candidates.begin(), candidates.begin() + i, candidates[i]) == candidates.begin() + i) {
+            looked += (looked.empty() ? "" : ", ") + candidates[i].string();
+        }
+    }
+    throw std::runtime_error("the world-data folder " + std::string(bridge::ResourceBundle::bundleName) +
+                             " is missing; looked in " + looked + " (build the ferrylink_resources target, or "
+                             "install ferrylink)");
 }
 
 // Ctrl-C in steps, on the main queue: a running bridge is stopped and given
@@ -224,6 +328,16 @@ int runApp(const AppOptions& options) {
         std::cerr << "ferrylink: " << error.what() << std::endl;
         return 2;
     }
+    try {
+        app::AppCore::checkDataFolder(config);
+        checkResources();
+    } catch (const std::exception& error) {
+        std::cerr << "ferrylink: " << error.what() << std::endl;
+        return 1;
+    }
+    warnAboutBackendHost(config);
+    auto runLog = options.quiet ? nullptr : std::make_shared<RunLog>();
+    config.console = runLog;
 
     auto core = std::make_unique<app::AppCore>(std::move(config));
     std::unique_ptr<app::WebServer> web;
@@ -248,6 +362,9 @@ int runApp(const AppOptions& options) {
         }
         shutdownTarget = shutdown.get();
         printAddresses(*web, app::isLoopbackHost(options.listenHost));
+        if (runLog) {
+            runLog->watch(*core);
+        }
     });
     mainQueue.run();
 

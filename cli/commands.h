@@ -31,6 +31,8 @@ struct AppOptions {
     std::optional<std::string> dataDirectory;
     std::optional<std::string> bridgeHost;
     std::optional<int> bridgePort;
+    // No time-stamped lines of runs, consoles and failures.
+    bool quiet = false;
 };
 
 // Each returns the process's exit status.

@@ -75,6 +75,8 @@ int main(int argc, char** argv) {
                            "$XDG_DATA_HOME/ferrylink or ~/.local/share/ferrylink)");
     appCommand->add_option("--bridge-host", appOptions.bridgeHost, "Local address the bridge answers consoles on (default 0.0.0.0)");
     appCommand->add_option("--bridge-port", bridgePort, "Local UDP port the bridge answers consoles on (default 19132)");
+    appCommand->add_flag("--quiet", appOptions.quiet, "Print no line per run started or stopped, console joined or "
+                                                      "handed over, and failure");
 
     try {
         app.parse(argc, argv);

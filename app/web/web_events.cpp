@@ -24,7 +24,9 @@ json runningEventData(const std::shared_ptr<BridgeServer>& server, const std::st
 }
 
 json formEventData(ConectionForm& form) {
-    return {{"emptyIpAlert", form.emptyIpAlert.get()},
+    return {{"ip", form.info().ip.get()},
+            {"port", form.info().port.get()},
+            {"emptyIpAlert", form.emptyIpAlert.get()},
             {"hypixelAlert", form.hypixelAlert.get()},
             {"invalidIp", form.invalidIp.get()}};
 }

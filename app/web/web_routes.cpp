@@ -98,19 +98,23 @@ http::RouteTable webRoutes(std::shared_ptr<WebSession> session, MainQueueGate& g
             work(request, response, gate);
         }});
     };
+    action("POST", "/api/form", [session](const Request& request, Response&, MainQueueGate& gate) {
+        json body = http::objectBody(request);
+        std::string ip = http::stringMember(body, "ip");
+        std::string port = http::stringMember(body, "port");
+        gate.run([&] { session->setFields(ip, port); });
+    });
     action("POST", "/api/run", [session](const Request& request, Response&, MainQueueGate& gate) {
         json body = http::objectBody(request);
-        std::string page = pageMember(body);
         std::string ip = http::stringMember(body, "ip");
         std::string port = http::stringMember(body, "port");
         // Name look-up and bind included.
-        gate.run([&] { session->runOrStop(page, ip, port); });
+        gate.run([&] { session->runOrStop(ip, port); });
     });
     action("POST", "/api/alert/dismiss", [session](const Request& request, Response&, MainQueueGate& gate) {
-        json body = http::objectBody(request);
-        std::string page = pageMember(body);
-        std::string alert = http::oneOfMember(body, "alert", {"emptyIpAlert", "hypixelAlert", "invalidIp"});
-        gate.run([&] { session->dismissAlert(page, alert); });
+        std::string alert =
+            http::oneOfMember(http::objectBody(request), "alert", {"emptyIpAlert", "hypixelAlert", "invalidIp"});
+        gate.run([&] { session->dismissAlert(alert); });
     });
     action("POST", "/api/favourites", [session](const Request& request, Response& response, MainQueueGate& gate) {
         json body = http::objectBody(request);
@@ -152,7 +156,7 @@ http::RouteTable webRoutes(std::shared_ptr<WebSession> session, MainQueueGate& g
     action("POST", "/api/scene", [session](const Request& request, Response&, MainQueueGate& gate) {
         json body = http::objectBody(request);
         std::string page = pageMember(body);
-        auto report = pageReportNamed(http::oneOfMember(body, "phase", {"active", "inactive", "hidden"}));
+        auto report = pageReportNamed(http::oneOfMember(body, "phase", {"visible", "hidden"}));
         gate.run([&] { session->reportScene(page, *report); });
     });
     return routes;

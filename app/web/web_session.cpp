@@ -11,11 +11,8 @@ namespace ferrylink::app {
 using foundation::DispatchQueue;
 
 std::optional<PageReport> pageReportNamed(std::string_view name) {
-    if (name == "active") {
-        return PageReport::active;
-    }
-    if (name == "inactive") {
-        return PageReport::inactive;
+    if (name == "visible") {
+        return PageReport::visible;
     }
     if (name == "hidden") {
         return PageReport::hidden;
@@ -42,34 +39,18 @@ AlertFlag* alertFlagNamed(ConectionForm& form, std::string_view name) {
     return nullptr;
 }
 
-std::optional<ScenePhase> phaseOfPages(std::span<const PageVisibility> pages) {
-    bool visible = false;
-    for (const auto& page : pages) {
-        if (!page.streamOpen || page.report == PageReport::hidden) {
-            continue;
-        }
-        if (page.report == PageReport::active) {
-            return ScenePhase::active;
-        }
-        visible = true;
-    }
-    return visible ? std::optional(ScenePhase::inactive) : std::nullopt;
+bool somePageVisible(std::span<const PageVisibility> pages) {
+    return std::any_of(pages.begin(), pages.end(), [](const PageVisibility& page) {
+        return page.streamOpen && page.report != PageReport::hidden;
+    });
 }
 
 struct WebSession::Page {
-    std::shared_ptr<ConectionForm> form;
     std::optional<PageReport> report;
     std::vector<std::shared_ptr<EventStream>> streams;
     bool appeared = false;
     // Counts the page's forget timers, so that only the latest one counts.
     uint64_t forgetGeneration = 0;
-    std::vector<std::function<void()>> unsubscribers;
-
-    ~Page() {
-        for (auto& unsubscribe : unsubscribers) {
-            unsubscribe();
-        }
-    }
 };
 
 namespace {
@@ -104,6 +85,7 @@ WebSession::~WebSession() {
 
 void WebSession::start() {
     assertMainThread();
+    form_ = core_.makeConectionForm();
     // Every write of a model becomes an event; the core writes on the main
     // queue, so the subscribers run here too.
     auto self = weak_from_this();
@@ -141,6 +123,26 @@ void WebSession::start() {
     };
     unsubscribers_.push_back(watch(core_.featuredModel().featured, featured));
     unsubscribers_.push_back(watch(core_.partnered().servers, featured));
+    // Typing writes both fields at once; one event per turn of the queue.
+    auto form = [self] {
+        auto session = self.lock();
+        if (!session || session->stopped_ || session->formPending_) {
+            return;
+        }
+        session->formPending_ = true;
+        DispatchQueue::main().async([self] {
+            if (auto later = self.lock(); later && !later->stopped_) {
+                later->formPending_ = false;
+                later->publish("form", formEventData(*later->form_));
+            }
+        });
+    };
+    for (auto* field : {&form_->info().ip, &form_->info().port}) {
+        unsubscribers_.push_back(watch(*field, form));
+    }
+    for (auto* flag : {&form_->emptyIpAlert, &form_->hypixelAlert, &form_->invalidIp}) {
+        unsubscribers_.push_back(watch(*flag, form));
+    }
     unsubscribers_.push_back(watch(core_.pendingMessage(), [self] {
         if (auto session = self.lock(); session && !session->stopped_) {
             session->publish("message", messageEventData(session->core_.pendingMessage().get()));
@@ -175,18 +177,7 @@ WebSession::Page& WebSession::page(const std::string& id) {
     if (auto found = pages_.find(id); found != pages_.end()) {
         return *found->second;
     }
-    auto record = std::make_unique<Page>();
-    record->form = core_.makeConectionForm();
-    auto self = weak_from_this();
-    auto flagChanged = [self, id] {
-        if (auto session = self.lock(); session && !session->stopped_) {
-            session->publishForm(id);
-        }
-    };
-    record->unsubscribers.push_back(watch(record->form->emptyIpAlert, flagChanged));
-    record->unsubscribers.push_back(watch(record->form->hypixelAlert, flagChanged));
-    record->unsubscribers.push_back(watch(record->form->invalidIp, flagChanged));
-    auto& page = *pages_.emplace(id, std::move(record)).first->second;
+    auto& page = *pages_.emplace(id, std::make_unique<Page>()).first->second;
     // A record made by an action may never see a stream.
     forgetLater(id);
     return page;
@@ -219,17 +210,6 @@ void WebSession::publish(std::string_view name, const nlohmann::json& data) {
     }
 }
 
-void WebSession::publishForm(const std::string& id) {
-    auto found = pages_.find(id);
-    if (found == pages_.end()) {
-        return;
-    }
-    std::string text = formatEvent("form", formEventData(*found->second->form));
-    for (auto& stream : found->second->streams) {
-        stream->push(text);
-    }
-}
-
 nlohmann::json WebSession::runningData() {
     return runningEventData(core_.runningServer().server.get(), core_.serverState().get());
 }
@@ -250,7 +230,7 @@ void WebSession::openStream(const std::string& id, std::shared_ptr<EventStream> 
     // The whole state, in the contract's order, before any change.
     stream->push(formatEvent("scene", sceneEventData(core_.scenePhase().get())));
     stream->push(formatEvent("running", runningData()));
-    stream->push(formatEvent("form", formEventData(*record.form)));
+    stream->push(formatEvent("form", formEventData(*form_)));
     stream->push(formatEvent("favourites", favouritesEventData(core_.favourites().get())));
     stream->push(formatEvent("featured", featuredData()));
     stream->push(formatEvent("message", messageEventData(core_.pendingMessage().get())));
@@ -280,20 +260,27 @@ void WebSession::closeStream(const std::string& id, const std::shared_ptr<EventS
     updatePhase();
 }
 
-void WebSession::runOrStop(const std::string& id, const std::string& ip, const std::string& port) {
+void WebSession::setFields(const std::string& ip, const std::string& port) {
     assertMainThread();
-    // The form is held here: its run blocks the queue, but nothing should
-    // outlive this call on a record that could be forgotten meanwhile.
-    auto form = page(id).form;
-    form->info().ip.set(ip);
-    form->info().port.set(port);
+    if (form_->info().ip.get() != ip) {
+        form_->info().ip.set(ip);
+    }
+    if (form_->info().port.get() != port) {
+        form_->info().port.set(port);
+    }
+}
+
+void WebSession::runOrStop(const std::string& ip, const std::string& port) {
+    assertMainThread();
+    setFields(ip, port);
+    // Held here: the run blocks the queue, and the session may stop meanwhile.
+    auto form = form_;
     form->runOrStop();
 }
 
-bool WebSession::dismissAlert(const std::string& id, std::string_view alert) {
+bool WebSession::dismissAlert(std::string_view alert) {
     assertMainThread();
-    auto form = page(id).form;
-    AlertFlag* flag = alertFlagNamed(*form, alert);
+    AlertFlag* flag = alertFlagNamed(*form_, alert);
     if (flag == nullptr) {
         return false;
     }
@@ -345,31 +332,19 @@ void WebSession::updatePhase() {
         return;
     }
     std::vector<PageVisibility> visibility;
-    bool someVisiblePageReported = false;
     for (const auto& [id, page] : pages_) {
         visibility.push_back(PageVisibility{!page->streams.empty(), page->report});
-        if (!page->streams.empty() && page->report && page->report != PageReport::hidden) {
-            someVisiblePageReported = true;
-        }
     }
-    ScenePhase current = core_.scenePhase().get();
-    if (auto phase = phaseOfPages(visibility)) {
+    if (somePageVisible(visibility)) {
         if (graceRunning_) {
             graceRunning_ = false;
             ++graceGeneration_;
         }
-        // A page that opened its stream but hasn't reported yet is most
-        // likely the reload of one that just went: it keeps the app out of
-        // the background, but the phase waits for its report. Passing
-        // through inactive here would replace the event-loop group under a
-        // running bridge at every reload.
-        if (!someVisiblePageReported && current != ScenePhase::background) {
-            return;
-        }
-        changePhase(*phase);
+        changePhase(ScenePhase::active);
         return;
     }
-    if (current == ScenePhase::background || graceRunning_) {
+    // A reload, or a quick switch of tabs, comes back within the grace.
+    if (core_.scenePhase().get() == ScenePhase::background || graceRunning_) {
         return;
     }
     graceRunning_ = true;

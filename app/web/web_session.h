@@ -18,16 +18,16 @@
 
 namespace ferrylink::app {
 
-// What a page says of itself: seen and focused, seen without focus, or not
-// seen at all.
-enum class PageReport { active, inactive, hidden };
+// What a page says of itself: seen, or not seen. Focus plays no part: a page
+// that can be seen is in the foreground, as an app on a phone's screen is.
+enum class PageReport { visible, hidden };
 
 std::optional<PageReport> pageReportNamed(std::string_view name);
 
 // Whether `text` can name a page: 1 to 64 of [A-Za-z0-9_-].
 bool isPageId(std::string_view text);
 
-// One alert flag of a page's form, by the name the page uses for it.
+// One alert flag of the form, by the name the page uses for it.
 AlertFlag* alertFlagNamed(ConectionForm& form, std::string_view name);
 
 // How one page is seen by the phase rule.
@@ -36,11 +36,9 @@ struct PageVisibility {
     std::optional<PageReport> report;  // none before its first report
 };
 
-// The app's phase as the visible pages make it: active when one of them
-// reports active, inactive when some page is visible but none active, none
-// when no page is visible. A page is visible while its stream is open and
-// it doesn't report hidden; one that hasn't reported counts as inactive.
-std::optional<ScenePhase> phaseOfPages(std::span<const PageVisibility> pages);
+// Whether some page can be seen: its stream is open and it hasn't reported
+// itself hidden (one that hasn't reported yet counts as seen).
+bool somePageVisible(std::span<const PageVisibility> pages);
 
 struct WebSessionTimings {
     // How long no page may be visible before the app goes to the background.
@@ -49,9 +47,10 @@ struct WebSessionTimings {
     std::chrono::milliseconds forgetPage{30000};
 };
 
-// The app's side of the page contract: one record per open page (its form
-// and its phase report), the models turned into events for every open
-// stream, and the scene phase that the pages make together.
+// The app's side of the page contract: the app's one connection form, whose
+// fields, alerts and status every page shows alike; one record per open page
+// (its streams and its visibility); the models turned into events for every
+// open stream; and the scene phase that the pages make together.
 //
 // Everything here runs on the main queue, where the models live; the HTTP
 // threads reach it by queueing blocks and see only the text it pushes into
@@ -75,10 +74,12 @@ public:
     void openStream(const std::string& page, std::shared_ptr<EventStream> stream);
     void closeStream(const std::string& page, const std::shared_ptr<EventStream>& stream);
 
-    // The actions, with the page's own form where they need one.
-    void runOrStop(const std::string& page, const std::string& ip, const std::string& port);
-    // Resets the flag the page's alert presented; false for an unknown name.
-    bool dismissAlert(const std::string& page, std::string_view alert);
+    // The form's fields as typed on some page.
+    void setFields(const std::string& ip, const std::string& port);
+    // The button, with the fields as they stand on the page that pressed it.
+    void runOrStop(const std::string& ip, const std::string& port);
+    // Resets the flag an alert presented; false for an unknown name.
+    bool dismissAlert(std::string_view alert);
     ServerRow addToFavorites(const std::string& ip, const std::string& port);
     bool deleteFavourite(uint64_t id);
     // The switch goes to `featured`; nothing when it stands there already.
@@ -101,7 +102,6 @@ private:
     void forget(const std::string& id);
 
     void publish(std::string_view name, const nlohmann::json& data);
-    void publishForm(const std::string& id);
     nlohmann::json runningData();
     nlohmann::json featuredData();
 
@@ -110,12 +110,14 @@ private:
 
     AppCore& core_;
     WebSessionTimings timings_;
+    std::shared_ptr<ConectionForm> form_;
     std::map<std::string, std::unique_ptr<Page>> pages_;
     std::vector<std::function<void()>> unsubscribers_;
     // Counts grace periods, so a timer whose period was cut short does nothing.
     uint64_t graceGeneration_ = 0;
     bool graceRunning_ = false;
     bool runningPending_ = false;
+    bool formPending_ = false;
     bool stopped_ = false;
 };
 

@@ -21,6 +21,7 @@ using testing::onMain;
 using testing::runMainUntil;
 
 constexpr const char* kToken = "0123456789abcdef0123456789abcdef";
+const json kNewForm = {{"ip", ""}, {"port", "19132"}, {"emptyIpAlert", false}, {"hypixelAlert", false}, {"invalidIp", false}};
 
 struct Event {
     std::string name;
@@ -131,7 +132,7 @@ TEST_F(WebServerTest, TokenGuardsTheDocumentTheStreamAndTheActionsButNotTheStati
         EXPECT_EQ(stream->status, 401);
         EXPECT_EQ(json::parse(stream->body)["error"], "missing or wrong access token");
 
-        auto run = post("/api/run" + token, R"({"page":"p","ip":"127.0.0.1","port":"1"})");
+        auto run = post("/api/run" + token, R"({"ip":"127.0.0.1","port":"1"})");
         ASSERT_TRUE(run);
         EXPECT_EQ(run->status, 401);
         auto unknown = post("/api/nothing" + token, "{}");
@@ -174,12 +175,12 @@ TEST_F(WebServerTest, MalformedRequestsAreRefusedWithAnErrorAndChangeNothing) {
         {"/api/run", "{not json"},
         {"/api/run", "[1]"},
         {"/api/run", ""},
-        {"/api/run", R"({"page":"p","port":"1"})"},
-        {"/api/run", R"({"page":"p","ip":5,"port":"1"})"},
-        {"/api/run", R"({"page":"p","ip":"127.0.0.1","port":null})"},
-        {"/api/run", R"({"ip":"127.0.0.1","port":"1"})"},
-        {"/api/run", R"({"page":"a/b","ip":"127.0.0.1","port":"1"})"},
-        {"/api/alert/dismiss", R"({"page":"p","alert":"otherAlert"})"},
+        {"/api/run", R"({"port":"1"})"},
+        {"/api/run", R"({"ip":5,"port":"1"})"},
+        {"/api/form", R"({"ip":"127.0.0.1","port":null})"},
+        {"/api/scene", R"({"phase":"visible"})"},
+        {"/api/scene", R"({"page":"a/b","phase":"visible"})"},
+        {"/api/alert/dismiss", R"({"alert":"otherAlert"})"},
         {"/api/favourites", R"({"ip":"a"})"},
         {"/api/favourites", R"({"ip":"a","port":19132})"},
         {"/api/featured", R"({"featured":"false"})"},
@@ -205,10 +206,10 @@ TEST_F(WebServerTest, MalformedRequestsAreRefusedWithAnErrorAndChangeNothing) {
     EXPECT_EQ(tooBig->status, 413);
     EXPECT_TRUE(json::parse(tooBig->body).contains("error"));
 
-    // Nothing moved: no row, no run, the switch on, and page p's form as new.
+    // Nothing moved: no row, no run, the switch on, and the form as new.
     auto events = readStream("p", [](const std::vector<Event>& list) { return list.size() >= 6; });
     ASSERT_GE(events.size(), 6u);
-    EXPECT_EQ(events[2].data, (json{{"emptyIpAlert", false}, {"hypixelAlert", false}, {"invalidIp", false}}));
+    EXPECT_EQ(events[2].data, kNewForm);
     EXPECT_EQ(events[3].data, (json{{"servers", json::array()}}));
     EXPECT_EQ(events[4].data["featured"], true);
     EXPECT_EQ(events[1].data["server"], nullptr);
@@ -262,20 +263,23 @@ TEST_F(WebServerTest, StreamOpensWithTheWholeStateInOrderThenCarriesEachChange) 
               (json{{"servers", {{{"id", "1"}, {"ip", "play.example.net"}, {"port", "19132"}}}}}));
 }
 
-TEST_F(WebServerTest, FormEventsGoOnlyToThePageWhoseRunRaisedThem) {
+TEST_F(WebServerTest, TheFormIsTheAppsOneOnEveryPage) {
     serve();
     auto isRaised = [](const Event& event) { return event.name == "form" && event.data["emptyIpAlert"] == true; };
     auto mine = readStream(
         "mine", [&](const std::vector<Event>& list) { return std::any_of(list.begin(), list.end(), isRaised); },
         [&] {
-            auto run = post("/api/run", R"({"page":"mine","ip":"  ","port":"19132"})");
+            auto run = post("/api/run", R"({"ip":"  ","port":"19133"})");
             ASSERT_TRUE(run);
             EXPECT_EQ(run->status, 204);
         });
     EXPECT_TRUE(std::any_of(mine.begin(), mine.end(), isRaised));
 
+    // Another page, or the same one reloaded, opens with the fields as typed
+    // and the alert that is up.
     auto theirs = readStream("theirs", [](const std::vector<Event>& list) { return list.size() >= 6; });
-    EXPECT_EQ(theirs[2].data, (json{{"emptyIpAlert", false}, {"hypixelAlert", false}, {"invalidIp", false}}));
+    EXPECT_EQ(theirs[2].data, (json{{"ip", "  "}, {"port", "19133"}, {"emptyIpAlert", true}, {"hypixelAlert", false},
+                                    {"invalidIp", false}}));
 }
 
 }  // namespace

@@ -2,23 +2,14 @@
 // placeholder row, and Run works all the same.
 
 import assert from "node:assert/strict";
-import { after, before, test } from "node:test";
-import { launchBrowser, openPage, screenshot, startTarget } from "./harness.mjs";
-import { joinAsConsole } from "./launcher.mjs";
+import { before, test } from "node:test";
+import { joinAsConsole, useTarget } from "./fixture.mjs";
 
-let target;
-let browser;
+const app = useTarget({ backend: false });
 let page;
 
 before(async () => {
-  target = await startTarget({ backend: false });
-  browser = await launchBrowser();
-  page = await openPage(browser.context, target, { dismissMessage: false });
-});
-
-after(async () => {
-  await browser?.close();
-  await target?.close();
+  page = await app.open({ dismissMessage: false });
 });
 
 test("the partnered list shows its placeholder, which can be picked", async () => {
@@ -37,7 +28,6 @@ test("the partnered list shows its placeholder, which can be picked", async () =
     players: "-/-",
     runs: [{ text: "unavailable!", color: "rgb(255, 255, 255)", weight: "700" }],
   }]);
-  await screenshot(page, "partnered-placeholder-phone");
 
   await page.fill("#ip", "typed.example.net");
   await page.locator('[data-testid="partnered-row"]').click();
@@ -50,7 +40,7 @@ test("no message is presented, and Run still sends a console on", async () => {
   await page.fill("#port", "19132");
   await page.click("#run");
   await page.waitForFunction(() => document.querySelector("#run").textContent === "Stop", null, { timeout: 15000 });
-  const joined = await joinAsConsole(target);
+  const joined = await joinAsConsole(app.target);
   assert.equal(joined.code, 0, joined.output);
   assert.equal(joined.transfer, "127.0.0.1:19132");
   await page.click("#run");

@@ -3,45 +3,29 @@
 // message answered "Ok" comes back.
 
 import assert from "node:assert/strict";
-import { after, before, test } from "node:test";
-import { launchBrowser, noAlert, openAlert, openPage, startTarget } from "./harness.mjs";
+import { test } from "node:test";
+import { answerAlert, openAlert, useTarget } from "./fixture.mjs";
 
-let target;
-let browser;
-
-before(async () => {
-  target = await startTarget();
-  browser = await launchBrowser();
-});
-
-after(async () => {
-  await browser?.close();
-  await target?.close();
-});
-
-async function press(page, label) {
-  await page.locator("dialog#alert[open]").getByRole("button", { name: label, exact: true }).click();
-  await noAlert(page);
-}
+const app = useTarget();
 
 test("a message answered \"Ok\" comes back at the next launch; one dismissed for good doesn't", async () => {
-  const first = await openPage(browser.context, target, { dismissMessage: false });
+  const first = await app.open({ dismissMessage: false });
   assert.equal((await openAlert(first)).title, "Important message!");
-  await press(first, "Ok");
+  await answerAlert(first, "Ok");
   await first.close();
 
-  await target.restart();
-  const second = await openPage(browser.context, target, { dismissMessage: false });
+  await app.target.restart();
+  const second = await app.open({ dismissMessage: false });
   const alert = await openAlert(second);
   assert.equal(alert.title, "Important message!");
   assert.equal(alert.message, "Welcome to Ferrylink! Servers may be slow today.");
   const answered = second.waitForResponse((response) => new URL(response.url()).pathname === "/api/message/dismiss");
-  await press(second, "Don't show this message again");
+  await answerAlert(second, "Don't show this message again");
   assert.equal((await answered).status(), 204);
   await second.close();
 
-  await target.restart({ expectMessage: false });
-  const third = await openPage(browser.context, target, { dismissMessage: false });
+  await app.target.restart({ expectMessage: false });
+  const third = await app.open({ dismissMessage: false });
   try {
     await assert.rejects(third.locator("dialog#alert[open]").waitFor({ timeout: 1500 }));
   } finally {
@@ -50,7 +34,7 @@ test("a message answered \"Ok\" comes back at the next launch; one dismissed for
 });
 
 test("favourites and the partnered switch are kept across a restart", async () => {
-  const before = await openPage(browser.context, target);
+  const before = await app.open();
   await before.waitForSelector('[data-testid="partnered-row"]');
   await before.fill("#ip", "kept.example.net");
   await before.fill("#port", "19140");
@@ -60,8 +44,8 @@ test("favourites and the partnered switch are kept across a restart", async () =
   await before.waitForFunction(() => document.querySelector("#featured-toggle").getAttribute("aria-checked") === "false");
   await before.close();
 
-  await target.restart({ expectMessage: false });
-  const page = await openPage(browser.context, target);
+  await app.target.restart({ expectMessage: false });
+  const page = await app.open();
   try {
     assert.deepEqual(await page.locator('[data-testid="favourite-pick"]').allTextContents(), ["kept.example.net:19140"]);
     assert.equal(await page.getAttribute("#featured-toggle", "aria-checked"), "false");

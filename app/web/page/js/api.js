@@ -56,12 +56,16 @@ export class Api {
     return response.json();
   }
 
+  setFields(ip, port) {
+    return this.#send("POST", "/api/form", { ip, port });
+  }
+
   run(ip, port) {
-    return this.#send("POST", "/api/run", { page: this.pageId, ip, port });
+    return this.#send("POST", "/api/run", { ip, port });
   }
 
   dismissAlert(alert) {
-    return this.#send("POST", "/api/alert/dismiss", { page: this.pageId, alert });
+    return this.#send("POST", "/api/alert/dismiss", { alert });
   }
 
   addFavourite(ip, port) {
@@ -84,8 +88,8 @@ export class Api {
     return this.#send("POST", "/api/appear", { page: this.pageId, screen });
   }
 
-  reportScene(phase, options) {
-    return this.#send("POST", "/api/scene", { page: this.pageId, phase }, options);
+  reportScene(visibility, options) {
+    return this.#send("POST", "/api/scene", { page: this.pageId, phase: visibility }, options);
   }
 }
 

@@ -1,7 +1,8 @@
 // ConnectView, the Connection tab: the partnered list with its switch, the
-// favourites, and the form. The form's two fields belong to this page alone
-// (`FormServerInfo`); everything else is drawn from the app's models as the
-// event stream brings them.
+// favourites, and the form. Everything is drawn from the app's models as the
+// event stream brings them, the form's fields (`FormServerInfo`) included:
+// what is typed here goes to the app, so a reload or another tab shows the
+// same fields, status and button.
 
 import { dismissKeyboard, h } from "./dom.js";
 import { icon } from "./icons.js";
@@ -24,6 +25,11 @@ export class ConnectView {
   #busy = false;
   /** The favourite that the open confirmation speaks of (`toDelete`). */
   #toDelete = null;
+  /** The fields as the app last told them. */
+  #model = { ip: "", port: "19132" };
+  /** Field updates go one at a time; a newer one waits here. */
+  #sending = false;
+  #unsent = false;
 
   constructor({ root, api, alerts, onError }) {
     this.#api = api;
@@ -48,6 +54,11 @@ export class ConnectView {
       field.addEventListener("keydown", (event) => {
         if (event.key === "Enter") dismissKeyboard();
       });
+      field.addEventListener("input", () => this.#sendFields());
+      // What another page wrote while this one held the field shows now.
+      field.addEventListener("blur", () => {
+        if (!this.#sending && !this.#unsent) this.#showFields();
+      });
     }
     // A tap anywhere outside the fields dismisses the keyboard.
     root.addEventListener("click", (event) => {
@@ -63,6 +74,33 @@ export class ConnectView {
   #fill(ip, port) {
     this.ip.value = ip;
     this.port.value = port;
+    this.#sendFields();
+  }
+
+  async #sendFields() {
+    if (this.#sending) {
+      this.#unsent = true;
+      return;
+    }
+    this.#sending = true;
+    try {
+      do {
+        this.#unsent = false;
+        const { ip, port } = this.formServerInfo;
+        await this.#api.setFields(ip, port);
+      } while (this.#unsent);
+    } catch (error) {
+      this.#onError(error);
+    } finally {
+      this.#sending = false;
+    }
+  }
+
+  /** The app's fields, except in a field this page is typing into. */
+  #showFields() {
+    for (const [name, field] of [["ip", this.ip], ["port", this.port]]) {
+      if (document.activeElement !== field && field.value !== this.#model[name]) field.value = this.#model[name];
+    }
   }
 
   #scrollToForm() {
@@ -136,8 +174,10 @@ export class ConnectView {
     this.status.hidden = !this.#running;
   }
 
-  /** `form` event: this page's alert flags. */
+  /** `form` event: the fields and the alert flags. */
   showForm(flags) {
+    this.#model = { ip: flags.ip, port: flags.port };
+    if (!this.#sending && !this.#unsent) this.#showFields();
     for (const [flag, title] of Object.entries(formAlertTitles)) {
       if (flags[flag] === true) {
         this.#alerts.present({

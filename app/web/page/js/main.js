@@ -131,8 +131,8 @@ const handlers = {
   },
 };
 
-const scene = watchScene((phase, options) => {
-  api.reportScene(phase, options).catch((error) => {
+const scene = watchScene((visibility, options) => {
+  api.reportScene(visibility, options).catch((error) => {
     if (!options.keepalive) reportError(error);
   });
 });

@@ -1,28 +1,26 @@
-// Tells the server how this page is seen: "active" while visible and
-// focused, "inactive" while visible without focus, "hidden" otherwise. The
-// server makes the app's scene phase out of all pages' reports.
+// Tells the server whether this page can be seen: "visible" or "hidden".
+// Focus plays no part: a page that can be seen is in the foreground, as an
+// app on a phone's screen is, and the server makes the app's scene phase out
+// of all pages' reports.
 
-export function currentPhase() {
-  if (document.visibilityState !== "visible") return "hidden";
-  return document.hasFocus() ? "active" : "inactive";
+export function currentVisibility() {
+  return document.visibilityState === "visible" ? "visible" : "hidden";
 }
 
 /**
- * Calls `report(phase, {keepalive})` at once and on every change. Returns
- * {resend}, which reports the current phase again (after a reconnect the
- * server may have forgotten it).
+ * Calls `report(visibility, {keepalive})` at once and on every change.
+ * Returns {resend}, which reports the current visibility again (after a
+ * reconnect the server may have forgotten it).
  */
 export function watchScene(report) {
   let last = null;
   const update = () => {
-    const phase = currentPhase();
-    if (phase === last) return;
-    last = phase;
-    report(phase, { keepalive: false });
+    const visibility = currentVisibility();
+    if (visibility === last) return;
+    last = visibility;
+    report(visibility, { keepalive: false });
   };
   document.addEventListener("visibilitychange", update);
-  window.addEventListener("focus", (event) => { if (event.target === window) update(); });
-  window.addEventListener("blur", (event) => { if (event.target === window) update(); });
   window.addEventListener("pageshow", update);
   window.addEventListener("pagehide", () => {
     last = "hidden";
@@ -31,7 +29,7 @@ export function watchScene(report) {
   update();
   return {
     resend() {
-      last = currentPhase();
+      last = currentVisibility();
       report(last, { keepalive: false });
     },
   };

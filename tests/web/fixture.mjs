@@ -1,4 +1,5 @@
-// Starts the real programs for the browser tests, all on loopback:
+// The one fixture of the browser tests: the real programs on loopback, Debian's
+// Chromium in a fresh profile, and the page helpers every test file uses.
 //
 // * `ferrylink-backend` on 127.0.0.2, behind a throw-away certificate
 //   authority made with `openssl`, with the partnered list, blocklist and
@@ -10,7 +11,10 @@
 // The backend has an address of its own because Run refuses any host that
 // contains the backend's: the tests run to 127.0.0.1.
 //
-// Programs come from $FERRYLINK_BIN (default build/default/bin of the repo).
+// Environment:
+//   FERRYLINK_BIN       the folder of the programs (default build/default/bin)
+//   CHROMIUM            the browser binary (default /usr/bin/chromium)
+//   FERRYLINK_TEST_VERBOSE=1  echo the programs' output
 
 import { spawn } from "node:child_process";
 import dgram from "node:dgram";
@@ -19,7 +23,9 @@ import { mkdtemp, readFile, rm, writeFile } from "node:fs/promises";
 import net from "node:net";
 import { tmpdir } from "node:os";
 import path from "node:path";
+import { after, before } from "node:test";
 import { fileURLToPath } from "node:url";
+import { chromium } from "playwright-core";
 
 const here = path.dirname(fileURLToPath(import.meta.url));
 const REPO = path.resolve(here, "../..");
@@ -355,4 +361,167 @@ export async function joinAsConsole(target, { timeout = 20000 } = {}) {
   const { code } = await child.exited;
   const transfer = child.lines.map((line) => /^Transfer: (\S+)$/.exec(line)?.[1]).find(Boolean) ?? null;
   return { code, transfer, output: [...child.lines, child.errors].join("\n") };
+}
+
+// ------------------------------------------------------------------ browser
+
+export const PHONE = { width: 390, height: 844 };
+
+export const CHROMIUM_ARGS = [
+  "--headless",
+  "--no-sandbox",
+  "--disable-gpu",
+  "--disable-quic",
+  "--no-first-run",
+  "--disable-background-networking",
+  "--disable-component-update",
+  "--disable-sync",
+  "--disable-features=DnsOverHttps,NetworkTimeServiceQuerying,OptimizationHints,MediaRouter",
+  // No name is ever looked up: every host but localhost resolves to nothing,
+  // so not even a link's prefetch can ask a name server.
+  "--host-resolver-rules=MAP * ~NOTFOUND, EXCLUDE localhost, EXCLUDE 127.0.0.1",
+];
+
+/** An address of the target, with its token if it has one. */
+export function addressOf(target, pathname = "/", parameters = {}) {
+  const url = new URL(pathname, target.base);
+  for (const [name, value] of Object.entries(parameters)) url.searchParams.set(name, value);
+  if (target.token) url.searchParams.set("token", target.token);
+  return url.href;
+}
+
+/** Chromium with a profile of its own, removed again by close(). */
+export async function launchBrowser() {
+  const profile = await mkdtemp(path.join(tmpdir(), "ferrylink-chromium-"));
+  const context = await chromium.launchPersistentContext(profile, {
+    executablePath: process.env.CHROMIUM ?? "/usr/bin/chromium",
+    headless: true,
+    args: CHROMIUM_ARGS,
+    viewport: PHONE,
+    reducedMotion: "no-preference",
+  });
+  // Keep every request on loopback: nothing leaves the machine.
+  await context.route(/^(?!https?:\/\/(127\.0\.0\.1|localhost|\[::1\])[:/])/, (route) => route.abort());
+  return {
+    context,
+    async close() {
+      await context.close();
+      await rm(profile, { recursive: true, force: true });
+    },
+  };
+}
+
+/**
+ * Opens the page in a new tab of `context` and waits until the first whole
+ * state has arrived (the `message` event closes the first burst).
+ */
+export async function openPage(context, target, { viewport = PHONE, dismissMessage = true } = {}) {
+  const page = await context.newPage();
+  await page.setViewportSize(viewport);
+  const errors = [];
+  page.on("pageerror", (error) => errors.push(error));
+  page.on("console", (message) => {
+    if (message.type() === "error") errors.push(new Error(message.text()));
+  });
+  page.errors = errors;
+  await page.goto(addressOf(target));
+  await page.waitForSelector('body[data-synced="true"]');
+  if (dismissMessage) await closeAlertIf(page, "message", "Ok");
+  return page;
+}
+
+/** Reloads the page and waits for its first whole state, as openPage does. */
+export async function reload(page, { dismissMessage = true } = {}) {
+  await page.reload();
+  await page.waitForSelector('body[data-synced="true"]');
+  if (dismissMessage) await closeAlertIf(page, "message", "Ok");
+}
+
+/** If the alert with this key is up (now or within a moment), presses `button` on it. */
+export async function closeAlertIf(page, key, button) {
+  const dialog = page.locator(`dialog#alert[open][data-alert="${key}"]`);
+  try {
+    await dialog.waitFor({ timeout: 500 });
+  } catch {
+    return false;
+  }
+  await dialog.getByRole("button", { name: button, exact: true }).click();
+  await page.locator(`dialog#alert[data-alert="${key}"]`).waitFor({ state: "detached", timeout: 5000 }).catch(() => {});
+  return true;
+}
+
+/** The open alert's key, title, message and buttons, once one is up. */
+export async function openAlert(page) {
+  const dialog = page.locator("dialog#alert[open]");
+  await dialog.waitFor();
+  return dialog.evaluate((element) => ({
+    key: element.dataset.alert,
+    title: element.querySelector(".alert__title").textContent,
+    message: element.querySelector(".alert__message").textContent,
+    buttons: [...element.querySelectorAll(".alert__button")].map((button) => ({ label: button.textContent, role: button.dataset.role })),
+  }));
+}
+
+/** Waits until no alert is open. */
+export async function noAlert(page) {
+  await page.waitForFunction(() => !document.querySelector("dialog#alert").open);
+}
+
+
+/**
+ * The app with its backend, and a browser, for one test file: started before
+ * its first test and ended after its last. `open()` opens a page of it.
+ */
+export function useTarget(options = {}) {
+  const shared = {};
+  // Node runs a file's before hooks side by side: the file's own wait for this one.
+  let started;
+  const ready = new Promise((resolve) => { started = resolve; });
+  before(async () => {
+    try {
+      shared.target = await startTarget(options);
+      shared.browser = await launchBrowser();
+    } finally {
+      started();
+    }
+  });
+  after(async () => {
+    await shared.browser?.close();
+    await shared.target?.close();
+  });
+  shared.open = async (openOptions) => {
+    await ready;
+    return openPage(shared.browser.context, shared.target, openOptions);
+  };
+  return shared;
+}
+
+/** Waits until the Run button reads `label` ("Run" or "Stop"). */
+export async function waitForButton(page, label, { timeout = 15000 } = {}) {
+  await page.waitForFunction((text) => document.querySelector("#run").textContent === text, label, { timeout });
+}
+
+/** Types the target into the form and presses Run (or Stop). */
+export async function press(page, ip, port = "19132") {
+  await page.fill("#ip", ip);
+  await page.fill("#port", port);
+  await page.click("#run");
+}
+
+/** Makes the page report itself seen or not, as a switch of tabs or a locked phone does. */
+export async function setVisibility(page, visibility) {
+  await page.evaluate((state) => {
+    Object.defineProperty(document, "visibilityState", { value: state, configurable: true });
+    document.dispatchEvent(new Event("visibilitychange"));
+  }, visibility);
+}
+
+export async function waitForScene(page, phase) {
+  await page.waitForFunction((wanted) => document.body.dataset.scene === wanted, phase, { timeout: 15000 });
+}
+
+/** Presses a button of the open alert and waits until it has gone. */
+export async function answerAlert(page, label) {
+  await page.locator("dialog#alert[open]").getByRole("button", { name: label, exact: true }).click();
+  await noAlert(page);
 }
