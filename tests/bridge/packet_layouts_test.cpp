@@ -4,7 +4,6 @@
 #include <memory>
 #include <string>
 
-#include "bridge/packets/batch_packet.h"
 #include "bridge/packets/disconnect_packet.h"
 #include "bridge/packets/level_chunk_packet.h"
 #include "bridge/packets/move_player_packet.h"
@@ -294,27 +293,6 @@ TEST_F(PacketLayoutTest, MatchesAReferenceSerializer) {
         start.encode(out);
         EXPECT_BYTES(bytes, reference.bytes);
     }
-
-    struct Small {
-        std::unique_ptr<DataPacket> packet;
-        std::string_view bytes;
-    };
-    Small small[] = {
-        {std::make_unique<ItemRegistryPacket>(), "a2 01 00"},
-        {std::make_unique<CreativeContentPacket>(776), "91 01 00 00"},
-        {std::make_unique<ResourcePacksInfoPacket>(818), "06 00*23"},
-        {std::make_unique<ResourcePackStackPacket>(944), "07 00 00 01 2a 00 00 00 00 00 00"},
-        {std::make_unique<BiomeDefinitionListPacket>(818), "7a 00 00"},
-        {std::make_unique<TransferPacket>(2168, "example.org", 19132), "55 0b 6578616d706c652e6f7267 bc4a 00 00"},
-        {std::make_unique<DisconnectPacket>(712, "bye", false), "05 00 00 03 627965 00"},
-    };
-    for (const auto& [packet, expected] : small) {
-        ByteBuffer bytes;
-        PacketWriter out(bytes, PacketWriter::VarInts::minimal);
-        packet->encodeHeader(out);
-        packet->encode(out);
-        EXPECT_BYTES(bytes, expected);
-    }
 }
 
 TEST_F(PacketLayoutTest, EachStartGameDrawsItsOwnWorldTemplateId) {
@@ -336,30 +314,6 @@ TEST_F(PacketLayoutTest, EachStartGameDrawsItsOwnWorldTemplateId) {
         }
     }
     EXPECT_FALSE(std::equal(first.begin() + at, first.begin() + at + 16, second.begin() + at));
-}
-
-// Every packet of every group reaches the client whole: its length, through
-// the protocol's var-int writer, must not fall on a zero group that a client
-// would cut short (a length of 256 leaves as the lone byte 00).
-TEST_F(PacketLayoutTest, EveryPacketLengthSurvivesTheVarIntWriter) {
-    for (VersionGroup group : versionGroups) {
-        for (auto family : {Family::StartGame, Family::ResourcePacksInfo, Family::ResourcePackStack,
-                            Family::CreativeContent, Family::BiomeDefinitionList, Family::LevelChunk,
-                            Family::MovePlayer, Family::Transfer, Family::Disconnect}) {
-            BatchPacket batch(BatchFraming{});
-            auto packet = make(family, group.firstProtocol);
-            batch.addPacket(*packet);
-            auto entries = batch.getPackets();
-            ASSERT_TRUE(entries);
-            ASSERT_EQ(entries->size(), 1u);
-            ByteBuffer whole;
-            PacketWriter out(whole);
-            packet->encodeHeader(out);
-            packet->encode(out);
-            EXPECT_EQ(entries->front().readableBytes(), whole.readableBytes())
-                << "family " << static_cast<int>(family) << " at " << group.firstProtocol;
-        }
-    }
 }
 
 }  // namespace
