@@ -18,11 +18,10 @@ enum class CompressionAlgorithm : uint8_t {
 struct BatchFraming {
     CompressionAlgorithm compression = CompressionAlgorithm::NONE;
     // From v649 on, once compression is on, each batch names its compression
-    // in a byte behind 0xFE: 00 raw deflate, FF none.
+    // in a byte behind 0xFE: 00 raw deflate, FF none. Before, nothing marks a
+    // batch that a client left raw because it was small, as some do: a batch
+    // that won't inflate is read as it stands.
     bool algorithmByte = false;
-    // Clients of v554 to v648 send a small batch raw even after the settings;
-    // a batch that won't inflate is then read as it stands.
-    bool rawWhenNotInflating = false;
 };
 
 }  // namespace ferrylink::bridge

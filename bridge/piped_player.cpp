@@ -190,7 +190,6 @@ Expected<void> PipedPlayer::networkSettingsRequest(ByteBuffer& body) {
     // them, in the framing it has so far.
     framing.compression = CompressionAlgorithm::ZLIB;
     framing.algorithmByte = request->protocolVersion >= v649;
-    framing.rawWhenNotInflating = request->protocolVersion >= v554 && request->protocolVersion < v649;
     return {};
 }
 

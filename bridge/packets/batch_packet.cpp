@@ -81,7 +81,7 @@ Expected<void> BatchPacket::decode(ByteBuffer& body) {
     auto inflated = inflateRaw(bytes, inflateLimit);
     if (inflated) {
         buf = ByteBuffer(*inflated);
-    } else if (framing_.rawWhenNotInflating) {
+    } else if (!framing_.algorithmByte) {
         buf = ByteBuffer(bytes);
     } else {
         return unexpected("batch does not inflate");

@@ -77,11 +77,15 @@ std::optional<std::string> stringMember(const json& object, std::string_view nam
 }
 
 // A later token with identity overwrites what an earlier one gave; tokens
-// without it, or that don't decode, are passed over.
-Expected<LoginPacket> readChain(LoginPacket login, const json& chain) {
+// without it, or that don't decode, are passed over. Inside a certificate an
+// empty token stands for no chain at all and is passed over without a word.
+Expected<LoginPacket> readChain(LoginPacket login, const json& chain, bool inCertificate) {
     for (const auto& entry : chain) {
         if (!entry.is_string()) {
             return unexpected("login chain holds something else than tokens");
+        }
+        if (inCertificate && entry.get_ref<const std::string&>().empty()) {
+            continue;
         }
         auto token = decodeToken(entry.get<std::string>());
         if (!token) {
@@ -130,11 +134,17 @@ Expected<LoginPacket> LoginPacket::decode(ByteBuffer& body) {
     if (!chain) {
         return unexpected(chain.error());
     }
+    // The envelope of v818 on says who the player is in a token as well.
+    bool envelopeWithToken = envelope.contains("Certificate") || envelope.contains("Token");
     if (chain->is_array()) {
-        return readChain(login, *chain);
+        auto read = readChain(login, *chain, envelopeWithToken);
+        if (!read || !read->displayName.empty() || !envelopeWithToken) {
+            return read;
+        }
+        login = *read;
     }
 
-    // No chain: the token's claims, else the client's own data, name the player.
+    // No name from a chain: the token's claims, else the client's own data.
     auto tokenText = stringMember(envelope, "Token");
     if (tokenText && !tokenText->empty()) {
         if (auto token = decodeToken(*tokenText)) {

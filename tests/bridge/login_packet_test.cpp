@@ -89,6 +89,8 @@ TEST_F(LoginPacketTest, EveryEnvelopeNamesThePlayer) {
         {json{{"AuthenticationType", 2}, {"Certificate", certificate}, {"Token", ""}}.dump(), "Steve", ""},
         // From v944: no certificate, the token names the player...
         {json{{"AuthenticationType", 0}, {"Certificate", ""}, {"Token", token(xboxToken)}}.dump(), "Gamertag", "2535"},
+        {json{{"AuthenticationType", 2}, {"Certificate", R"({"chain":[""]})"}, {"Token", token(xboxToken)}}.dump(),
+         "Gamertag", "2535"},
         // ... or, without a name in it, the client data does.
         {json{{"AuthenticationType", 2}, {"Certificate", ""}, {"Token", token(anonymousToken)}}.dump(), "Offline", ""},
         {json{{"Token", ""}}.dump(), "Offline", ""},
