@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is needed, builds and runs every test: once in a plain build,
 # once under AddressSanitizer and UndefinedBehaviorSanitizer, then the browser
-# tests against the plain build.
+# tests and the client compatibility suite against the plain build.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -20,3 +20,7 @@ if [[ -f tests/web/package.json ]]; then
   (cd tests/web && npm ci --no-audit --no-fund --silent)
   FERRYLINK_BIN=build/default/bin node --test tests/web/
 fi
+
+echo "=== client compatibility ==="
+(cd tests/compat && npm ci --ignore-scripts --no-audit --no-fund --silent)
+FERRYLINK_BIN=build/default/bin node tests/compat/run.mjs
