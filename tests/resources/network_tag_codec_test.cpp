@@ -4,7 +4,6 @@
 #include <limits>
 #include <string>
 
-#include "network_tag_reader.h"
 #include "resources/resgen/network_tag_writer.h"
 #include "support/hex.h"
 
@@ -77,50 +76,6 @@ TEST(NetworkTagWriterTest, RefusesToHandOverAnOpenCompound) {
     EXPECT_THROW(writer.take(), std::logic_error);
     writer.endCompound();
     EXPECT_THROW(writer.endCompound(), std::logic_error);
-}
-
-// The files' checks are only as strict as this reader: it must read back
-// what the writer wrote and refuse what is not one whole tag.
-TEST(NetworkTagReaderTest, ReadsWhatTheWriterWrites) {
-    NetworkTagWriter writer;
-    writer.beginCompound("");
-    writer.writeString(std::string(300, 'k'), std::string(1000, 'v'));
-    writer.beginList("items", TagType::Compound, 1);
-    writer.beginCompoundElement();
-    writer.writeInt("n", -123456789);
-    writer.writeShort("s", 0x1234);
-    writer.writeFloat("f", 2.5F);
-    writer.endCompound();
-    writer.endCompound();
-
-    const NamedTag root = readWholeNetworkTag(writer.take());
-    EXPECT_EQ(root.tag.at(std::string(300, 'k')).asString(), std::string(1000, 'v'));
-    const Tag& item = root.tag.at("items").asList().items.at(0);
-    EXPECT_EQ(item.at("n").asInt(), -123456789);
-    EXPECT_EQ(item.at("s").asShort(), 0x1234);
-    EXPECT_EQ(item.at("f").asFloat(), 2.5F);
-    EXPECT_THROW(item.at("n").asFloat(), NetworkTagError);
-    EXPECT_THROW(item.at("missing"), NetworkTagError);
-}
-
-TEST(NetworkTagReaderTest, RefusesMalformedInput) {
-    const struct {
-        const char* what;
-        const char* hex;
-    } cases[] = {
-        {"nothing at all", ""},
-        {"end tag at the root", "00"},
-        {"compound without its end", "0A 00"},
-        {"string longer than the input", "0A 00 08 01 61 05 61 62 00"},
-        {"negative list length", "09 00 01 01"},
-        {"list count beyond the input", "09 00 01 14 01 02"},
-        {"non-empty list of end tags", "09 00 00 02"},
-        {"var-int that never ends", "0A 00 03 01 61 FF FF FF FF FF FF"},
-        {"trailing byte after the root", "0A 00 00 00"},
-    };
-    for (const auto& c : cases) {
-        EXPECT_THROW(readWholeNetworkTag(bytesFromHex(c.hex)), NetworkTagError) << c.what;
-    }
 }
 
 }  // namespace
