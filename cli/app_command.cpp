@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <memory>
 #include <sstream>
@@ -216,6 +217,26 @@ void checkResources() {
                              "install ferrylink)");
 }
 
+// The access token of a listener beyond loopback, kept in the data folder:
+// the app a phone put on its home screen carries it, and must go on working
+// after a restart. Made on first use, readable by the user only.
+std::string keptAccessToken(const app::AppConfig& config) {
+    std::filesystem::path file = app::dataFilePath(config.dataDirectory).parent_path() / "access-token";
+    std::string token;
+    if (std::ifstream in(file); in >> token && app::isAccessTokenText(token)) {
+        return token;
+    }
+    token = app::makeAccessToken();
+    std::ofstream out(file, std::ios::trunc);
+    out << token << "\n";
+    std::filesystem::permissions(file, std::filesystem::perms::owner_read | std::filesystem::perms::owner_write,
+                                 std::filesystem::perm_options::replace);
+    if (!out) {
+        throw std::runtime_error("cannot keep the access token in " + file.string());
+    }
+    return token;
+}
+
 // Ctrl-C in steps, on the main queue: a running bridge is stopped and given
 // a moment to tell its consoles, then the page's streams end and the web
 // server stops, and last the main queue.
@@ -331,6 +352,14 @@ int runApp(const AppOptions& options) {
     try {
         app::AppCore::checkDataFolder(config);
         checkResources();
+    } catch (const std::exception& error) {
+        std::cerr << "ferrylink: " << error.what() << std::endl;
+        return 1;
+    }
+    try {
+        if (webOptions.fixedToken.empty() && !app::isLoopbackHost(options.listenHost)) {
+            webOptions.fixedToken = keptAccessToken(config);
+        }
     } catch (const std::exception& error) {
         std::cerr << "ferrylink: " << error.what() << std::endl;
         return 1;

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Installs the Debian packages Ferrylink builds and tests with. Works as root
-# or through sudo; does nothing when everything is there already.
+# Installs the Debian packages Ferrylink builds and tests with, and the npm
+# package of the app's font. Works as root or through sudo; does nothing when
+# everything is there already.
 set -euo pipefail
 
 packages=(
@@ -9,12 +10,14 @@ packages=(
   libcpp-httplib-dev libcli11-dev libssl-dev openssl ca-certificates
   libgtest-dev libgmock-dev libbenchmark-dev
   valgrind
+  librsvg2-bin
 )
+# npm brings the app's font (resources/font); the browser tests drive
+# Debian's Chromium from Node.js.
+command -v node >/dev/null || packages+=(nodejs)
+command -v npm >/dev/null || packages+=(npm)
 if [[ "${1:-}" == "--browser" ]]; then
-  # Browser tests drive Debian's Chromium from Node.js.
   packages+=(chromium)
-  command -v node >/dev/null || packages+=(nodejs)
-  command -v npm >/dev/null || packages+=(npm)
 fi
 
 missing=()
@@ -23,10 +26,19 @@ for package in "${packages[@]}"; do
     missing+=("$package")
   fi
 done
-[[ ${#missing[@]} -eq 0 ]] && exit 0
+if [[ ${#missing[@]} -gt 0 ]]; then
+  sudo=()
+  [[ $(id -u) -ne 0 ]] && sudo=(sudo)
+  echo "Installing: ${missing[*]}"
+  "${sudo[@]}" apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive "${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
 
-sudo=()
-[[ $(id -u) -ne 0 ]] && sudo=(sudo)
-echo "Installing: ${missing[*]}"
-"${sudo[@]}" apt-get update -qq
-DEBIAN_FRONTEND=noninteractive "${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
+# The font package, pinned in resources/font/package-lock.json; the build
+# compiles it into the program.
+font="$(dirname "$0")/../resources/font"
+pinned=$(grep -o '"@fontsource/pixelify-sans": "[^"]*"' "$font/package.json" | cut -d'"' -f4)
+installed=$(grep -o '"version": "[^"]*"' "$font/node_modules/@fontsource/pixelify-sans/package.json" 2>/dev/null | cut -d'"' -f4 || true)
+if [[ "$installed" != "$pinned" ]]; then
+  (cd "$font" && npm ci --no-audit --no-fund --silent)
+fi

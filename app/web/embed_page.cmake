@@ -1,7 +1,10 @@
 # Writes a C++ source that holds every file of the page, so that the program
 # serves its page without looking for files at run time.
 #
-#   cmake -DPAGE_DIR=<folder> -DOUTPUT=<file.cpp> -P embed_page.cmake
+#   cmake -DPAGE_DIR=<folder> -DOUTPUT=<file.cpp> [-DEXTRA_FILES=<path>=<file>|...] -P embed_page.cmake
+#
+# EXTRA_FILES are files made or installed elsewhere (the font, the PNG icons),
+# each served at the path before its "=".
 
 if(NOT PAGE_DIR OR NOT OUTPUT)
   message(FATAL_ERROR "embed_page.cmake needs PAGE_DIR and OUTPUT")
@@ -9,11 +12,27 @@ endif()
 
 file(GLOB_RECURSE files RELATIVE ${PAGE_DIR} ${PAGE_DIR}/*)
 list(SORT files)
+set(sources "")
+foreach(file ${files})
+  list(APPEND sources "${PAGE_DIR}/${file}")
+endforeach()
+if(EXTRA_FILES)
+  string(REPLACE "|" ";" extras "${EXTRA_FILES}")
+  foreach(extra ${extras})
+    string(FIND "${extra}" "=" equals)
+    string(SUBSTRING "${extra}" 0 ${equals} served)
+    math(EXPR after "${equals} + 1")
+    string(SUBSTRING "${extra}" ${after} -1 source)
+    list(APPEND files "${served}")
+    list(APPEND sources "${source}")
+  endforeach()
+endif()
 
 set(arrays "")
 set(entries "")
 set(index 0)
 foreach(file ${files})
+  list(GET sources ${index} source)
   get_filename_component(extension ${file} LAST_EXT)
   string(TOLOWER "${extension}" extension)
   if(extension STREQUAL ".html")
@@ -30,13 +49,15 @@ foreach(file ${files})
     set(type "font/woff2")
   elseif(extension STREQUAL ".ttf")
     set(type "font/ttf")
+  elseif(extension STREQUAL ".woff")
+    set(type "font/woff")
   elseif(extension STREQUAL ".json")
     set(type "application/json")
   else()
     message(FATAL_ERROR "page file ${file} has no known content type; add one to embed_page.cmake")
   endif()
 
-  file(READ ${PAGE_DIR}/${file} hex HEX)
+  file(READ ${source} hex HEX)
   string(LENGTH "${hex}" digits)
   math(EXPR size "${digits} / 2")
   # An empty file still needs an array of one byte to be valid C++.

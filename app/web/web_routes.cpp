@@ -2,6 +2,7 @@
 
 #include <charconv>
 
+#include "app/web/access_token.h"
 #include "app/web/event_stream.h"
 #include "app/web/page_assets.h"
 #include "app/web/web_events.h"
@@ -52,15 +53,48 @@ void sendDocument(Response& response) {
     sendAsset(response, *document);
 }
 
+json webAppManifest(const std::string& startUrl) {
+    json icons = json::array();
+    for (int size : {192, 512}) {
+        std::string sizes = std::to_string(size) + "x" + std::to_string(size);
+        icons.push_back({{"src", "/icons/icon-" + std::to_string(size) + ".png"}, {"sizes", sizes}, {"type", "image/png"}});
+    }
+    icons.push_back({{"src", "/icons/icon-512.png"}, {"sizes", "512x512"}, {"type", "image/png"}, {"purpose", "maskable"}});
+    icons.push_back({{"src", "/icons/icon.svg"}, {"sizes", "any"}, {"type", "image/svg+xml"}});
+    return {{"name", "Ferrylink"},
+            {"short_name", "Ferrylink"},
+            {"description", "Makes a Bedrock server show up as a LAN game, so consoles can join it."},
+            {"id", "/"},
+            {"start_url", startUrl},
+            {"scope", "/"},
+            {"display", "standalone"},
+            {"orientation", "portrait"},
+            {"background_color", "#000000"},
+            {"theme_color", "#000000"},
+            {"icons", icons}};
+}
+
 }  // namespace
 
 bool isDocumentRoute(const http::Route& route) { return route.path == "/" || route.path == "/index.html"; }
 
 http::RouteTable webRoutes(std::shared_ptr<WebSession> session, MainQueueGate& gate,
-                           std::chrono::milliseconds keepalive) {
+                           std::chrono::milliseconds keepalive, std::string token) {
     http::RouteTable routes;
     auto document = [](const Request&, Response& response) { sendDocument(response); };
     routes.add({"GET", "/", document}).add({"GET", "/index.html", document});
+    // What a phone needs to put the app on its home screen. The app it opens
+    // from there keeps the token, when the page that asked had the right one.
+    routes.add({"GET", "/manifest.webmanifest",
+                [token](const Request& request, Response& response) {
+                    std::string start = "/";
+                    if (!token.empty() && sameAccessToken(request.get_param_value("token"), token)) {
+                        start += "?token=" + token;
+                    }
+                    response.set_header("Cache-Control", "no-store");
+                    response.set_content(http::compactJson(webAppManifest(start)), "application/manifest+json");
+                },
+                /*guarded=*/false});
     // The same for every install and holding no state: relative module
     // imports can't carry the token, so these go without.
     for (const auto& asset : pageAssets()) {

@@ -97,7 +97,7 @@ public:
     void start() {
         session_ = WebSession::make(core_, options_.timings);
         session_->start();
-        routes_ = webRoutes(session_, gate_, options_.keepalive);
+        routes_ = webRoutes(session_, gate_, options_.keepalive, guard_.token());
 
         http_.new_task_queue = [] { return new httplib::ThreadPool(kConnectionThreads); };
         http_.set_tcp_nodelay(true);

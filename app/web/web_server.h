@@ -14,8 +14,8 @@ namespace ferrylink::app {
 
 struct WebServerOptions {
     ListenAddress listen{"127.0.0.1", 8080};
-    // A token to ask for even on a loopback address (tests); empty: a new
-    // token when the address is not loopback, none when it is.
+    // The token to ask for, on any address (a kept one, or a test's); empty:
+    // a new token when the address is not loopback, none when it is.
     std::string fixedToken = {};
     WebSessionTimings timings = {};
     std::chrono::milliseconds keepalive{15000};

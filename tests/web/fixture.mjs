@@ -29,19 +29,13 @@ import { chromium } from "playwright-core";
 
 const here = path.dirname(fileURLToPath(import.meta.url));
 const REPO = path.resolve(here, "../..");
-export const FIXTURE_PATH = path.join(here, "fixtures/backend.json");
-
 export const BACKEND_HOST = "127.0.0.2";
 export const APP_HOST = "127.0.0.1";
 
 /** Where the programs are: $FERRYLINK_BIN (relative to the working folder) or the default build. */
-export function binDir() {
+function program(name) {
   const given = process.env.FERRYLINK_BIN;
-  return given ? path.resolve(process.cwd(), given) : path.join(REPO, "build/default/bin");
-}
-
-export function program(name) {
-  return path.join(binDir(), name);
+  return path.join(given ? path.resolve(process.cwd(), given) : path.join(REPO, "build/default/bin"), name);
 }
 
 // ------------------------------------------------------------ child programs
@@ -252,10 +246,6 @@ export async function startApp({ dataDir, certificates, backendPort, bridgePort,
 
 // ------------------------------------------------------------ whole targets
 
-export async function readFixture() {
-  return JSON.parse(await readFile(FIXTURE_PATH, "utf8"));
-}
-
 /**
  * Opens a stream as a page of its own that reports itself hidden, so that
  * the app makes its first appearance (message, blocklist, partnered list)
@@ -305,7 +295,7 @@ async function warmUp(app, backend, expectMessage) {
  * backend (and, unless told otherwise, the same port and token).
  */
 export async function startTarget(options = {}) {
-  const fixture = options.fixture ?? await readFixture();
+  const fixture = options.fixture ?? JSON.parse(await readFile(path.join(here, "fixtures/backend.json"), "utf8"));
   const dir = await mkdtemp(path.join(tmpdir(), "ferrylink-web-test-"));
   const certificates = await makeCertificates(dir);
   const dataDir = path.join(dir, "data");

@@ -10,7 +10,6 @@ const app = useTarget();
 const ALERTS = [
   ["a host of blanks", "   ", "Server IP address cannot be empty."],
   ["a blocked host, after cleaning", "https://Blocked.Example.ORG:19132", "This is Java edition server! You cannot connect to it."],
-  ["the Java-only network", "mc.hypixel.net", "This is Java edition server! You cannot connect to it."],
   ["a host that doesn't resolve", "nowhere.invalid", "Invalid IP address."],
   ["a host of colons only", ":::", "Invalid IP address."],
 ];

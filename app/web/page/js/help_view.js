@@ -56,32 +56,28 @@ export class HelpView {
         },
       }, "< Back"),
       h("article", { class: "page", "data-testid": "help-page", "data-page": page.name },
-        page.blocks.map(renderBlock)),
+        page.blocks.map((block) => this.#renderBlock(block))),
     );
   }
-}
 
-function externalLink(block) {
-  return h("a", {
-    class: "link",
-    href: block.href,
-    target: "_blank",
-    rel: "noopener noreferrer",
-    text: block.text,
-  });
-}
-
-function renderBlock(block) {
-  switch (block.kind) {
-    case "heading":
-      return h("h2", { class: "heading", text: block.text });
-    case "line":
-      return h("p", { text: block.text });
-    case "link":
-      return h("p", {}, externalLink(block));
-    case "labelled-link":
-      return h("p", {}, block.label, externalLink(block));
-    default:
-      throw new Error(`unknown help block ${block.kind}`);
+  #renderBlock(block) {
+    switch (block.kind) {
+      case "heading":
+        return h("h2", { class: "heading", text: block.text });
+      case "line":
+        return h("p", { text: block.text });
+      case "link":
+        return h("p", {}, h("a", {
+          class: "link",
+          href: `#help-${block.id}`,
+          text: block.text,
+          onclick: (event) => {
+            event.preventDefault();
+            this.id = block.id;
+          },
+        }));
+      default:
+        throw new Error(`unknown help block ${block.kind}`);
+    }
   }
 }

@@ -15,6 +15,8 @@ const UNAUTHORIZED = "This address lacks its access token. Open the address that
 
 const token = new URLSearchParams(window.location.search).get("token") ?? "";
 const api = new Api({ token, pageId: makePageId() });
+// The app put on a home screen opens with the token of the page that put it there.
+if (token) document.getElementById("manifest").href = api.url("/manifest.webmanifest");
 
 keepBackground(document.getElementById("background"));
 placeIcons(document);
