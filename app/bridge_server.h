@@ -57,13 +57,17 @@ public:
     // Before start().
     virtual void setPrinter(std::shared_ptr<raknet::Printer> printer) = 0;
     // Binds and begins answering consoles; blocks the caller during the bind.
-    virtual void start(std::shared_ptr<foundation::EventLoopGroup> group, const AdvertValues& advert) = 0;
+    // Gives nothing when the bridge listens, else why it doesn't, as one
+    // sentence for the user; such a bridge has ended and calls no handler.
+    virtual std::optional<std::string> start(std::shared_ptr<foundation::EventLoopGroup> group,
+                                             const AdvertValues& advert) = 0;
     // The address the bridge is bound to, once start() has bound it.
     virtual std::optional<foundation::SocketAddress> localAddress() const = 0;
     // True until the bridge has been asked to shut down. Any thread.
     virtual bool isRunning() const = 0;
     // Returns at once; the bridge closes on its own queue and then calls its
-    // onCloseHandler. Only while isRunning().
+    // onCloseHandler, as it does when its socket closes by itself. Only while
+    // isRunning().
     virtual void stop() = 0;
 };
 

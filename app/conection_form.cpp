@@ -170,7 +170,14 @@ void ConectionForm::startServer(const std::string& ip, const std::string& port, 
     if (environment_.postLog) {
         environment_.postLog(ip, port);
     }
-    runningServer()->start(environment_.groupModel->group.get(), ferrylinkAdvert());
+    if (auto failure = runningServer()->start(environment_.groupModel->group.get(), ferrylinkAdvert())) {
+        // The bridge has ended already and won't call its handler.
+        model.set(nullptr);
+        output_->consoleOutput.set({});
+        serverState().set(kServerNotRunning);
+        bindFailure.set(*failure);
+        bindFailedAlert.set(!bindFailedAlert.get());
+    }
 }
 
 void ConectionForm::stop() {

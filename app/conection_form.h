@@ -58,6 +58,9 @@ public:
     AlertFlag emptyIpAlert{false};
     AlertFlag hypixelAlert{false};
     AlertFlag invalidIp{false};
+    // Run found no port to listen on; the alert's title is `bindFailure`.
+    AlertFlag bindFailedAlert{false};
+    Observable<std::string> bindFailure{std::string()};
 
     FormServerInfo& info() { return *environment_.info; }
     Observable<std::string>& serverState() { return *environment_.serverState; }

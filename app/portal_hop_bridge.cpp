@@ -17,11 +17,16 @@ public:
 
     void setPrinter(std::shared_ptr<raknet::Printer> printer) override { hop_->setPrinter(std::move(printer)); }
 
-    void start(std::shared_ptr<foundation::EventLoopGroup> group, const AdvertValues& advert) override {
-        hop_->start(std::move(group),
-                    std::make_shared<raknet::ServerInfo>(advert.motd, advert.name, advert.protocolVersion,
+    std::optional<std::string> start(std::shared_ptr<foundation::EventLoopGroup> group,
+                                     const AdvertValues& advert) override {
+        auto outcome = hop_->start(std::move(group), std::make_shared<raknet::ServerInfo>(
+                                                         advert.motd, advert.name, advert.protocolVersion,
                                                          advert.version, advert.currentPlayers, advert.maxPlayers,
                                                          advert.gamemode, advert.serverId));
+        if (outcome.listening) {
+            return std::nullopt;
+        }
+        return outcome.failure;
     }
 
     std::optional<foundation::SocketAddress> localAddress() const override { return hop_->localAddress(); }

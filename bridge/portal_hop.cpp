@@ -4,6 +4,7 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <thread>
 #include <vector>
 
 #include "bridge/packets/disconnect_packet.h"
@@ -36,6 +37,33 @@ std::optional<ByteBuffer> readWholeFile(const std::filesystem::path& path, std::
     }
     return ByteBuffer(bytes);
 }
+
+// How long a run waits for an earlier run of this process to let go of its
+// port: that run's close step and its socket's close are queued work.
+constexpr std::chrono::milliseconds kEarlierRunPatience{2000};
+
+// Passes every line on, and keeps the last one printed on the thread that
+// binds: a failed bind tells its reason there, in the listener's words.
+class BindReasonRecorder : public raknet::Printer {
+public:
+    explicit BindReasonRecorder(std::shared_ptr<raknet::Printer> next)
+        : next_(std::move(next)), binder_(std::this_thread::get_id()) {}
+
+    void print(const std::string& text) override {
+        if (std::this_thread::get_id() == binder_) {
+            lastReason_ = text;
+        }
+        next_->print(text);
+    }
+
+    // On the binding thread only.
+    const std::string& lastReason() const { return lastReason_; }
+
+private:
+    std::shared_ptr<raknet::Printer> next_;
+    const std::thread::id binder_;
+    std::string lastReason_;
+};
 
 // "0.0.0.0:19132", "[::]:19132".
 std::string hostAndPort(const SocketAddress& address) {
@@ -125,43 +153,112 @@ foundation::ByteBufferAllocator PortalHop::channelAllocator() {
     return current->channel->allocator();
 }
 
-void PortalHop::start(std::shared_ptr<foundation::EventLoopGroup> group, std::shared_ptr<raknet::ServerInfo> info) {
+StartOutcome PortalHop::start(std::shared_ptr<foundation::EventLoopGroup> group,
+                              std::shared_ptr<raknet::ServerInfo> info) {
     auto made = std::make_shared<raknet::Listener>();
     made->printer = printer();
     {
         std::lock_guard lock(mutex_);
         listener_ = made;
     }
-    auto closeFuture = made->bind(connectionListener_, info, hostIp, hostPort, group);
-    if (!closeFuture) {
-        closeFuture = made->bind(connectionListener_, info, hostIp, hostPort + 1, group);
-    }
+    std::string failure;
+    auto closeFuture = bindPort(made, group, info, failure);
     // The same two lines whichever port was bound, or none; the line after
     // them says where the bridge really listens.
     print("Server running and listening on " + hostIp + ":" + std::to_string(hostPort));
     print("Server will transfer to " + transferHost + ":" + std::to_string(transferPort));
-    if (auto bound = localAddress()) {
-        std::string line = "Listening on UDP " + hostAndPort(*bound);
-        if (bound->port() != hostPort && hostPort != 0) {
-            line += " (port " + std::to_string(hostPort) + " is taken)";
-        }
-        print(line);
+    auto bound = localAddress();
+    if (!closeFuture || !bound) {
+        // Nothing to close and nobody to tell: the run ends here.
+        shutdown = true;
+        closeAsked_ = true;
+        std::lock_guard lock(mutex_);
+        listener_.reset();
+        failure_ = failure;
+        return StartOutcome{std::nullopt, failure};
+    }
+    std::string line = "Listening on UDP " + hostAndPort(*bound);
+    if (bound->port() != hostPort && hostPort != 0) {
+        line += " (port " + std::to_string(hostPort) + " is taken)";
+    }
+    print(line);
+    {
+        auto claim = PortClaim::take(*bound->port());
+        std::lock_guard lock(mutex_);
+        claim_ = claim ? std::make_shared<PortClaim>(std::move(*claim)) : nullptr;
     }
 
     foundation::DispatchQueue::global().async([closeFuture, self = shared_from_this()] {
-        if (!closeFuture) {
-            return;
-        }
+        std::string reason = "The bridge's socket closed.";
         try {
             closeFuture->wait();
         } catch (...) {
             std::string text = foundation::errorDescription(std::current_exception());
             foundation::DispatchQueue::main().async([self, text] { self->print(text); });
+            reason = "The bridge's socket failed: " + text;
         }
+        // A stop closes the socket too; only a close nobody asked for ends
+        // the run from here.
+        self->endByItself(reason);
     });
+    return StartOutcome{bound, ""};
+}
+
+std::optional<foundation::EventLoopFuture<void>> PortalHop::bindPort(
+    const std::shared_ptr<raknet::Listener>& listener, const std::shared_ptr<foundation::EventLoopGroup>& group,
+    const std::shared_ptr<raknet::ServerInfo>& info, std::string& failure) {
+    auto recorder = std::make_shared<BindReasonRecorder>(listener->printer);
+    listener->printer = recorder;
+    auto closeFuture = listener->bind(connectionListener_, info, hostIp, hostPort, group);
+    if (closeFuture) {
+        return closeFuture;
+    }
+    if (hostPort == 0) {
+        failure = "Could not listen on UDP " + hostIp + ": " + recorder->lastReason();
+        return std::nullopt;
+    }
+    auto holder = PortClaim::holderOf(hostPort);
+    if (holder == PortClaim::Holder::thisProcess && PortClaim::waitUntilReleased(hostPort, kEarlierRunPatience)) {
+        // An earlier run of this process was still closing its socket.
+        closeFuture = listener->bind(connectionListener_, info, hostIp, hostPort, group);
+        holder = closeFuture ? PortClaim::Holder::none : PortClaim::holderOf(hostPort);
+    }
+    if (closeFuture) {
+        return closeFuture;
+    }
+    if (holder != PortClaim::Holder::none) {
+        failure = "Another Ferrylink is already listening on UDP port " + std::to_string(hostPort) + ".";
+        return std::nullopt;
+    }
+    closeFuture = listener->bind(connectionListener_, info, hostIp, hostPort + 1, group);
+    if (!closeFuture) {
+        failure = "Could not listen on UDP port " + std::to_string(hostPort) + " or " + std::to_string(hostPort + 1) +
+                  ": " + recorder->lastReason();
+    }
+    return closeFuture;
+}
+
+std::optional<std::string> PortalHop::failure() const {
+    std::lock_guard lock(mutex_);
+    return failure_;
+}
+
+void PortalHop::endByItself(std::string reason) {
+    if (closeAsked_.exchange(true)) {
+        return;
+    }
+    print(reason);
+    {
+        std::lock_guard lock(mutex_);
+        failure_ = std::move(reason);
+    }
+    endedByItself_ = true;
+    shutdown = true;
+    serverQueue.async([self = shared_from_this()] { self->closeAll(); });
 }
 
 void PortalHop::stop() {
+    closeAsked_ = true;
     serverQueue.async([self = shared_from_this()] { self->closeAll(); });
 }
 
@@ -210,14 +307,26 @@ void PortalHop::closeAll() {
         player->sendPacket(disconnect);
     }
     std::shared_ptr<raknet::Listener> closing;
+    std::shared_ptr<PortClaim> claim;
     {
         std::lock_guard lock(mutex_);
         closing = std::move(listener_);
+        claim = std::move(claim_);
     }
     if (!closing) {
+        // A stop that raced the socket's own end finds the work done.
+        if (endedByItself_) {
+            return;
+        }
         fatalFault();
     }
     closing->close();
+    if (claim && closing->channel) {
+        // The claim outlives the socket, so that a bridge that finds the
+        // port taken knows whose it is until it is free.
+        closing->channel->closeFuture().whenComplete([claim](const auto&) {});
+    }
+    claim.reset();
     print("Server shutting down!");
     if (!onCloseHandler_) {
         fatalFault();

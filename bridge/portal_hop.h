@@ -9,6 +9,7 @@
 #include <string>
 #include <unordered_map>
 
+#include "bridge/port_claim.h"
 #include "bridge/server_link.h"
 #include "foundation/byte_buffer.h"
 #include "foundation/dispatch_queue.h"
@@ -24,6 +25,14 @@ namespace ferrylink::bridge {
 class PipedPlayer;
 class TransferListener;
 
+// What PortalHop::start achieved.
+struct StartOutcome {
+    // Where the bridge answers consoles; empty when it bound nothing.
+    std::optional<foundation::SocketAddress> listening;
+    // Why it bound nothing: one sentence for the user.
+    std::string failure;
+};
+
 // The LAN side of one run of the bridge: a RakNet listener on the local port
 // that lets consoles join far enough to receive a TransferPacket naming the
 // real server (transferHost:transferPort), one PipedPlayer per client.
@@ -37,8 +46,13 @@ class TransferListener;
 //   if (hop->isRunning()) hop->stop();
 //
 // A run ends by stop(), or, with oneTransfer, 15 seconds after the first
-// client left; either way onCloseHandler runs once, on serverQueue. A closed
-// server can't be started again: a new run is a new object.
+// client left, or by itself when its socket closes; each way onCloseHandler
+// runs once, on serverQueue. A run that bound no port ends inside start()
+// and calls no handler. A closed server can't be started again: a new run is
+// a new object.
+//
+// Ports: hostPort + 1 is tried when hostPort is taken by some other program,
+// but not when another bridge holds it: two bridges never share a port.
 //
 // Threads: make() and start() run on the caller's thread, start() blocking
 // during the bind. The transport's callbacks arrive on the event loop and are
@@ -73,12 +87,16 @@ public:
 
     // Binds the listener with `info` as its advert and prints where it listens
     // and where it transfers to. Blocks its caller while the socket is bound.
-    void start(std::shared_ptr<foundation::EventLoopGroup> group, std::shared_ptr<raknet::ServerInfo> info);
+    // When nothing could be bound the server is closed on return.
+    StartOutcome start(std::shared_ptr<foundation::EventLoopGroup> group, std::shared_ptr<raknet::ServerInfo> info);
     // Returns at once; the close step runs on serverQueue: "Server shutdown!"
     // to every client, the listener closed, onCloseHandler called. Only while
     // running: a second stop, or a stop before start, is a fatal fault.
     void stop();
     bool isRunning() const { return !shutdown.load(); }
+    // Why the run ended without being stopped: nothing bound, or the socket
+    // closed. Empty while it runs and after a stop.
+    std::optional<std::string> failure() const;
 
     // Where console lines go; a StandardOutput until replaced. Set it before start.
     void setPrinter(std::shared_ptr<raknet::Printer> printer);
@@ -117,16 +135,30 @@ private:
     void closeConnection(const foundation::SocketAddress& address, const std::string& reason);
     // The close step; serverQueue only.
     void closeAll();
+    // Binds hostPort, or the port above when some other program holds it.
+    std::optional<foundation::EventLoopFuture<void>> bindPort(const std::shared_ptr<raknet::Listener>& listener,
+                                                              const std::shared_ptr<foundation::EventLoopGroup>& group,
+                                                              const std::shared_ptr<raknet::ServerInfo>& info,
+                                                              std::string& failure);
+    // The socket closed without a stop: runs the close step. Any thread.
+    void endByItself(std::string reason);
 
     std::shared_ptr<TransferListener> connectionListener_;
     std::function<void()> onCloseHandler_;
     std::atomic<bool> shutdown{false};
+    // Set by the first stop() or endByItself(), whichever queues the close step.
+    std::atomic<bool> closeAsked_{false};
+    std::atomic<bool> endedByItself_{false};
 
     // The listener and the printer are read from every server's queue (a
     // session logs through the current server, which may be a newer one).
     mutable std::mutex mutex_;
     std::shared_ptr<raknet::Listener> listener_;
     std::shared_ptr<raknet::Printer> printer_ = std::make_shared<StandardOutput>();
+    // Tells other bridges that the bound port is this one's; let go of once
+    // the socket has closed.
+    std::shared_ptr<PortClaim> claim_;
+    std::optional<std::string> failure_;
 };
 
 }  // namespace ferrylink::bridge

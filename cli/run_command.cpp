@@ -1,3 +1,4 @@
+#include <iostream>
 #include <memory>
 
 #include "bridge/console_lines.h"
@@ -35,11 +36,17 @@ int runBridge(const RunOptions& options) {
     if (options.quiet) {
         server->setPrinter(std::make_shared<bridge::QuietPrinter>(server->printer()));
     }
-    server->start(group, advert);
-    mainQueue.async([running, server] { *running = server; });
-    mainQueue.run();
-
+    auto outcome = server->start(group, advert);
+    if (outcome.listening) {
+        mainQueue.async([running, server] { *running = server; });
+        mainQueue.run();
+    }
     group->syncShutdownGracefully();
+    // A run that bound nothing, or whose socket closed under it, failed.
+    if (auto failure = server->failure()) {
+        std::cerr << "ferrylink: " << *failure << std::endl;
+        return 1;
+    }
     return 0;
 }
 

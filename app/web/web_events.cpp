@@ -28,7 +28,9 @@ json formEventData(ConectionForm& form) {
             {"port", form.info().port.get()},
             {"emptyIpAlert", form.emptyIpAlert.get()},
             {"hypixelAlert", form.hypixelAlert.get()},
-            {"invalidIp", form.invalidIp.get()}};
+            {"invalidIp", form.invalidIp.get()},
+            {"bindFailedAlert", form.bindFailedAlert.get()},
+            {"bindFailure", form.bindFailure.get()}};
 }
 
 json serverRowData(const ServerRow& row) {

@@ -146,8 +146,8 @@ http::RouteTable webRoutes(std::shared_ptr<WebSession> session, MainQueueGate& g
         gate.run([&] { session->runOrStop(ip, port); });
     });
     action("POST", "/api/alert/dismiss", [session](const Request& request, Response&, MainQueueGate& gate) {
-        std::string alert =
-            http::oneOfMember(http::objectBody(request), "alert", {"emptyIpAlert", "hypixelAlert", "invalidIp"});
+        std::string alert = http::oneOfMember(http::objectBody(request), "alert",
+                                              {"emptyIpAlert", "hypixelAlert", "invalidIp", "bindFailedAlert"});
         gate.run([&] { session->dismissAlert(alert); });
     });
     action("POST", "/api/favourites", [session](const Request& request, Response& response, MainQueueGate& gate) {

@@ -36,6 +36,9 @@ AlertFlag* alertFlagNamed(ConectionForm& form, std::string_view name) {
     if (name == "invalidIp") {
         return &form.invalidIp;
     }
+    if (name == "bindFailedAlert") {
+        return &form.bindFailedAlert;
+    }
     return nullptr;
 }
 
@@ -140,7 +143,7 @@ void WebSession::start() {
     for (auto* field : {&form_->info().ip, &form_->info().port}) {
         unsubscribers_.push_back(watch(*field, form));
     }
-    for (auto* flag : {&form_->emptyIpAlert, &form_->hypixelAlert, &form_->invalidIp}) {
+    for (auto* flag : {&form_->emptyIpAlert, &form_->hypixelAlert, &form_->invalidIp, &form_->bindFailedAlert}) {
         unsubscribers_.push_back(watch(*flag, form));
     }
     unsubscribers_.push_back(watch(core_.pendingMessage(), [self] {

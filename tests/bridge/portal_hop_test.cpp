@@ -7,6 +7,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <utility>
 
 #include "bridge/client_pe.h"
 #include "bridge/resource_bundle.h"
@@ -35,7 +36,13 @@ public:
         ::getsockname(fd_, reinterpret_cast<sockaddr*>(&address), &length);
         port_ = ntohs(address.sin_port);
     }
-    ~HeldPort() { ::close(fd_); }
+    HeldPort(HeldPort&& other) noexcept
+        : fd_(std::exchange(other.fd_, -1)), bound_(other.bound_), port_(other.port_) {}
+    ~HeldPort() {
+        if (fd_ >= 0) {
+            ::close(fd_);
+        }
+    }
     bool bound() const { return bound_; }
     uint16_t port() const { return port_; }
 
@@ -70,21 +77,56 @@ TEST(PortalHopTest, StopClosesOnceAndCallsTheHandler) {
     EXPECT_FALSE(bridge.hop->listener());
 }
 
-TEST(PortalHopTest, TakenPortFallsBackToTheOneAboveAndStillNamesTheFirst) {
-    // Find a port whose neighbour above is free, and hold it.
-    std::optional<HeldPort> held;
-    for (int attempt = 0; attempt < 20 && !held; ++attempt) {
-        held.emplace();
-        HeldPort above(held->port() + 1);
-        if (!above.bound()) {
-            held.reset();
+// A held port whose neighbour above is free.
+HeldPort holdPortBelowAFreeOne() {
+    for (int attempt = 0; attempt < 20; ++attempt) {
+        HeldPort held;
+        if (HeldPort(held.port() + 1).bound()) {
+            return held;
         }
     }
-    ASSERT_TRUE(held);
-    RunningBridge bridge("localhost", 19132, false, true, held->port());
-    EXPECT_EQ(bridge.port(), held->port() + 1);
-    EXPECT_TRUE(bridge.printer->contains("Server running and listening on 127.0.0.1:" + std::to_string(held->port())));
+    ADD_FAILURE() << "no free pair of ports";
+    return HeldPort();
+}
+
+TEST(PortalHopTest, TakenPortFallsBackToTheOneAboveAndStillNamesTheFirst) {
+    HeldPort held = holdPortBelowAFreeOne();
+    const std::string port = std::to_string(held.port());
+    const std::string above = std::to_string(held.port() + 1);
+    RunningBridge bridge("localhost", 19132, false, true, held.port());
+    EXPECT_EQ(bridge.port(), held.port() + 1);
+    EXPECT_TRUE(bridge.printer->contains("Server running and listening on 127.0.0.1:" + port));
+    EXPECT_TRUE(bridge.printer->contains("Listening on UDP 127.0.0.1:" + above + " (port " + port + " is taken)"));
     EXPECT_TRUE(bridge.printer->waitForPrefix("bind: Address already in use"));
+}
+
+TEST(PortalHopTest, BothPortsTakenEndTheRunInStartWithTheReason) {
+    HeldPort held = holdPortBelowAFreeOne();
+    HeldPort above(held.port() + 1);
+    RunningBridge bridge("localhost", 19132, false, true, held.port());
+    EXPECT_FALSE(bridge.outcome.listening);
+    EXPECT_EQ(bridge.outcome.failure, "Could not listen on UDP port " + std::to_string(held.port()) + " or " +
+                                          std::to_string(above.port()) + ": bind: Address already in use (errno: 98)");
+    EXPECT_EQ(bridge.hop->failure(), bridge.outcome.failure);
+    EXPECT_FALSE(bridge.hop->isRunning());
+    EXPECT_TRUE(bridge.printer->contains("Server will transfer to localhost:19132"));
+}
+
+TEST(PortalHopTest, ARunStartedAsTheLastStopsGetsItsPort) {
+    RunningBridge first;
+    int port = first.port();
+    first.hop->stop();
+    RunningBridge second("localhost", 19132, false, true, port);
+    EXPECT_EQ(second.port(), port);
+}
+
+TEST(PortalHopTest, ASocketClosedUnderTheBridgeEndsTheRun) {
+    RunningBridge bridge;
+    bridge.hop->listener()->channel->close();
+    ASSERT_TRUE(bridge.closes->waitClosed());
+    EXPECT_FALSE(bridge.hop->isRunning());
+    EXPECT_EQ(bridge.hop->failure(), "The bridge's socket closed.");
+    EXPECT_TRUE(bridge.printer->contains("Server shutting down!"));
 }
 
 TEST(PortalHopTest, ResourceFilesAreLoadedWhole) {

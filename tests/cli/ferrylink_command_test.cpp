@@ -135,6 +135,20 @@ TEST(FerrylinkRun, QuietBridgeAnswersAPingAndSigtermStopsWithStatusZero) {
     EXPECT_EQ(bridge.output().find("Unconnected: "), std::string::npos) << bridge.output();
 }
 
+TEST(FerrylinkRun, ASecondBridgeOnTheSamePortExitsOneAndSaysWhy) {
+    const std::string port = std::to_string(freeUdpPort());
+    Process first({"run", "127.0.0.1", "--listen-host", "127.0.0.1", "--listen-port", port});
+    ASSERT_TRUE(first.waitForOutput("Listening on UDP 127.0.0.1:" + port)) << first.output();
+
+    Process second({"run", "127.0.0.1", "--listen-host", "127.0.0.1", "--listen-port", port});
+    EXPECT_EQ(second.wait(), 1) << second.output();
+    EXPECT_NE(second.output().find("ferrylink: Another Ferrylink is already listening on UDP port " + port + ".\n"),
+              std::string::npos)
+        << second.output();
+    first.signal(SIGTERM);
+    EXPECT_EQ(first.wait(), 0) << first.output();
+}
+
 TEST(FerrylinkPing, AnUnresolvableHostSaysSoAndExitsOne) {
     Process ping({"ping", "nowhere.invalid"});
     EXPECT_EQ(ping.wait(), 1);
