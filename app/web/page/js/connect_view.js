@@ -178,7 +178,9 @@ export class ConnectView {
   showForm(flags) {
     this.#model = { ip: flags.ip, port: flags.port };
     if (!this.#sending && !this.#unsent) this.#showFields();
-    for (const [flag, title] of Object.entries(formAlertTitles)) {
+    // A Run that found no port to listen on says why in its alert's title.
+    const titles = { ...formAlertTitles, bindFailedAlert: flags.bindFailure };
+    for (const [flag, title] of Object.entries(titles)) {
       if (flags[flag] === true) {
         this.#alerts.present({
           key: flag,
