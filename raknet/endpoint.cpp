@@ -25,15 +25,17 @@ bool bindEndpoint(const std::shared_ptr<foundation::EventLoopGroup>& group, cons
         }
         return false;
     }
+    // Held past the catch below: the loop may let go of the failed future's
+    // error at any time, and this thread must be the one that reads it last.
+    auto bound = foundation::DatagramBootstrap(group)
+                     .channelOption(foundation::SocketOption{SOL_SOCKET, SO_REUSEADDR}, 1)
+                     .channelInitializer(
+                         [makeHandler = std::move(makeHandler)](const std::shared_ptr<foundation::Channel>& made) {
+                             return made->pipeline().addHandler(makeHandler(made));
+                         })
+                     .bind(*address->ipAddress(), port);
     try {
-        foundation::DatagramBootstrap(group)
-            .channelOption(foundation::SocketOption{SOL_SOCKET, SO_REUSEADDR}, 1)
-            .channelInitializer(
-                [makeHandler = std::move(makeHandler)](const std::shared_ptr<foundation::Channel>& made) {
-                    return made->pipeline().addHandler(makeHandler(made));
-                })
-            .bind(*address->ipAddress(), port)
-            .wait();
+        bound.wait();
     } catch (...) {
         printer.print(foundation::errorDescription(std::current_exception()));
         return false;
