@@ -115,6 +115,12 @@ class CommandLine {
 public:
     CommandLine() : app_(kDescription, kProgram) {
         app_.require_subcommand(1);
+        app_.set_version_flag("--version", std::string(kProgram) + " " FERRYLINK_VERSION);
+        // Options of a command may stand in its section of the file, as
+        // [serve] port = 8443 or [partner.add] db = "...". A typo is an error.
+        app_.set_config("--config", "", "Read options from this TOML file, one section per command; the command "
+                                        "line wins");
+        app_.allow_config_extras(CLI::config_extras_mode::error);
         defineServe();
         definePartner();
         defineBlock();

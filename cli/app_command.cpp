@@ -23,6 +23,7 @@
 
 #include "app/app_core.h"
 #include "app/web/access_token.h"
+#include "app/web/listen_address.h"
 #include "app/web/web_server.h"
 #include "bridge/console_lines.h"
 #include "bridge/resource_bundle.h"
@@ -315,7 +316,7 @@ void printAddresses(const app::WebServer& web, bool loopback) {
 
 }  // namespace
 
-int runApp(const AppOptions& options) {
+int runApp(const AppOptions& options, char** /*commandLine*/) {
     // The browser may go away in the middle of a write.
     ::signal(SIGPIPE, SIG_IGN);
     DispatchQueue& mainQueue = DispatchQueue::main();
@@ -339,11 +340,17 @@ int runApp(const AppOptions& options) {
         });
     });
 
+    auto listen = app::parseListenAddress(options.listen);
+    if (!listen) {
+        std::cerr << "ferrylink: --listen: '" << options.listen << "' is not HOST:PORT (port 0-65535) (see ferrylink --help)"
+                  << std::endl;
+        return 2;
+    }
     app::AppConfig config;
     app::WebServerOptions webOptions;
     try {
         config = configFor(options);
-        webOptions.listen = app::ListenAddress{options.listenHost, options.listenPort};
+        webOptions.listen = *listen;
         webOptions.fixedToken = testSeam("FERRYLINK_TEST_TOKEN").value_or("");
     } catch (const std::exception& error) {
         std::cerr << "ferrylink: " << error.what() << std::endl;
@@ -357,7 +364,7 @@ int runApp(const AppOptions& options) {
         return 1;
     }
     try {
-        if (webOptions.fixedToken.empty() && !app::isLoopbackHost(options.listenHost)) {
+        if (webOptions.fixedToken.empty() && !app::isLoopbackHost(listen->host)) {
             webOptions.fixedToken = keptAccessToken(config);
         }
     } catch (const std::exception& error) {
@@ -390,7 +397,7 @@ int runApp(const AppOptions& options) {
             return;
         }
         shutdownTarget = shutdown.get();
-        printAddresses(*web, app::isLoopbackHost(options.listenHost));
+        printAddresses(*web, app::isLoopbackHost(listen->host));
         if (runLog) {
             runLog->watch(*core);
         }

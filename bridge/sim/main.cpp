@@ -16,6 +16,7 @@ int main(int argc, char** argv) {
     std::string bundle;
 
     CLI::App app{"Joins a bridge as a simulated console and reports the transfer."};
+    app.set_version_flag("--version", "ferrylink-simconsole " FERRYLINK_VERSION);
     app.add_option("--host", options.host, "Address of the bridge (loopback)")->capture_default_str();
     app.add_option("--port", options.port, "UDP port of the bridge")->capture_default_str()->check(CLI::Range(1, 65535));
     app.add_option("--protocol", options.protocol, "Game protocol the console claims")->capture_default_str();

@@ -12,6 +12,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -114,20 +115,24 @@ private:
 };
 
 // The whole join through the program is the client compatibility suite's.
-TEST(FerrylinkRun, QuietBridgeAnswersAPingAndSigtermStopsWithStatusZero) {
+// The settings come from a config file, as the service has them.
+TEST(FerrylinkRun, QuietBridgeFromAConfigFileAnswersAPingAndSigtermStopsWithStatusZero) {
     int port = freeUdpPort();
-    Process bridge({"run", "127.0.0.1", "19133", "--quiet", "--listen-host", "127.0.0.1", "--listen-port",
-                    std::to_string(port)});
+    auto config = std::filesystem::path(::testing::TempDir()) / "ferrylink.conf";
+    std::ofstream(config) << "[run]\nhost = \"127.0.0.1\"\nport = 19133\nquiet = true\n"
+                          << "listen-host = \"127.0.0.1\"\nlisten-port = " << port << "\n";
+    Process bridge({"--config", config.string(), "run"});
     ASSERT_TRUE(bridge.waitForOutput("Server will transfer to 127.0.0.1:19133")) << bridge.output();
     EXPECT_NE(bridge.output().find("Server running and listening on 127.0.0.1:" + std::to_string(port)),
               std::string::npos);
 
     Process ping({"ping", "127.0.0.1", std::to_string(port)});
     EXPECT_EQ(ping.wait(), 0) << ping.output();
-    EXPECT_NE(ping.output().find("motd:      Ferrylink"), std::string::npos) << ping.output();
-    EXPECT_NE(ping.output().find("protocol:  560"), std::string::npos);
-    EXPECT_NE(ping.output().find("players:   0/99"), std::string::npos);
-    EXPECT_NE(ping.output().find("game mode: Creative"), std::string::npos);
+    for (const std::string& line : {"address:   127.0.0.1:" + std::to_string(port), std::string("\ntime:      "),
+                                   std::string("motd:      Ferrylink"), std::string("protocol:  560"),
+                                   std::string("players:   0/99"), std::string("game mode: Creative")}) {
+        EXPECT_NE(ping.output().find(line), std::string::npos) << line << " in " << ping.output();
+    }
 
     bridge.signal(SIGTERM);
     EXPECT_EQ(bridge.wait(), 0) << bridge.output();
@@ -149,10 +154,18 @@ TEST(FerrylinkRun, ASecondBridgeOnTheSamePortExitsOneAndSaysWhy) {
     EXPECT_EQ(first.wait(), 0) << first.output();
 }
 
-TEST(FerrylinkPing, AnUnresolvableHostSaysSoAndExitsOne) {
-    Process ping({"ping", "nowhere.invalid"});
-    EXPECT_EQ(ping.wait(), 1);
-    EXPECT_NE(ping.output().find("no answer from nowhere.invalid:19132"), std::string::npos) << ping.output();
+// A label longer than 63 letters fails in the resolver before any query is sent.
+TEST(FerrylinkPing, ANameThatDoesNotResolveAndASilentPortAreToldApartWithStatusOne) {
+    const std::string name = std::string(64, 'x') + ".test";
+    Process unresolved({"ping", name});
+    EXPECT_EQ(unresolved.wait(), 1);
+    EXPECT_NE(unresolved.output().find(name + ": name does not resolve"), std::string::npos) << unresolved.output();
+
+    const std::string port = std::to_string(freeUdpPort());
+    Process silent({"ping", "127.0.0.1", port, "--timeout", "200"});
+    EXPECT_EQ(silent.wait(), 1);
+    EXPECT_NE(silent.output().find("127.0.0.1:" + port + " within 200 ms: closed port or no server"), std::string::npos)
+        << silent.output();
 }
 
 class BadArguments : public ::testing::TestWithParam<std::vector<std::string>> {};
