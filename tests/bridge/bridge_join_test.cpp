@@ -61,6 +61,10 @@ TEST_P(ConsoleJoin, EndsInATransferToTheResolvedTarget) {
     EXPECT_TRUE(bridge.printer->contains("Protocol version: " + std::to_string(GetParam().protocol)));
     EXPECT_TRUE(bridge.printer->contains("Player inizialized Console"));
     EXPECT_TRUE(bridge.printer->contains("IP " + localhostNumeric() + ":19132"));
+    // A console newer than any we know is named once.
+    const auto newer = "Protocol " + std::to_string(GetParam().protocol) + " is newer than this bridge knows";
+    EXPECT_EQ(bridge.printer->count(newer + "; it gets the layouts of " + std::to_string(bridge::newestKnownProtocol)),
+              GetParam().protocol > bridge::newestKnownProtocol ? 1u : 0u);
 }
 
 // The first protocol of every group, the edges of the framing (553/554,
@@ -83,33 +87,6 @@ INSTANTIATE_TEST_SUITE_P(OverLoopback, ConsoleJoin, ::testing::ValuesIn(joinCase
     std::string name = "Protocol" + std::to_string(info.param.protocol);
     return info.param.raknetVersion ? name + "RakNet" + std::to_string(*info.param.raknetVersion) : name;
 });
-
-TEST(BridgeJoinTest, AConsoleNewerThanAnyKnownIsNamedOnce) {
-    RunningBridge bridge("localhost", 19132);
-    auto report = joinAs(bridge, bridge::newestKnownProtocol + 7);
-    ASSERT_TRUE(report.transferred()) << describe(report);
-    EXPECT_EQ(bridge.printer->count("Protocol " + std::to_string(bridge::newestKnownProtocol + 7) +
-                                    " is newer than this bridge knows; it gets the layouts of " +
-                                    std::to_string(bridge::newestKnownProtocol)),
-              1u);
-}
-
-TEST(BridgeJoinTest, SessionLogsEachStepOfTheJoin) {
-    RunningBridge bridge("localhost", 19132);
-    auto report = joinAs(bridge, 560, {}, "Steve");
-    ASSERT_TRUE(report.transferred()) << describe(report);
-    ASSERT_TRUE(bridge.printer->waitFor("Steve disconnected due to \"client disconnect\"!"));
-    auto lines = bridge.printer->lines();
-    auto at = [&](const std::string& line) { return std::find(lines.begin(), lines.end(), line) - lines.begin(); };
-    EXPECT_LT(at("packetId: 193"), at("RequestNetworkSettingsPacket"));
-    EXPECT_LT(at("RequestNetworkSettingsPacket"), at("packetId: 1"));
-    EXPECT_LT(at("Protocol version: 560"), at("ResourcePackResponsePacket status: HAVE_ALL_PACKS"));
-    EXPECT_LT(at("ResourcePackResponsePacket status: COMPLETED"), at("Bytes: 3"));
-    EXPECT_LT(at("packetId: 113"), at("Player inizialized Steve"));
-    EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [](const std::string& line) {
-        return line.starts_with("New connection: 127.0.0.1:");
-    }));
-}
 
 TEST(BridgeJoinTest, UnresolvableTargetGetsInvalidIpAddress) {
     RunningBridge bridge("nowhere.invalid", 19132);

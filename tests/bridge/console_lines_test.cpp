@@ -2,14 +2,17 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "bridge/sim/simulated_console.h"
 #include "running_bridge.h"
 
 namespace ferrylink::bridge {
 namespace {
 
-// A whole join, start to stop: every line it prints is known, and a quiet
-// console keeps exactly the story of the run.
+// A whole join, start to stop: the session logs each step in order, every
+// line it prints is known, and a quiet console keeps exactly the story of the
+// run.
 TEST(ConsoleLinesTest, AJoinPrintsOnlyKnownLinesAndQuietKeepsItsStory) {
     std::vector<std::string> lines;
     {
@@ -23,6 +26,13 @@ TEST(ConsoleLinesTest, AJoinPrintsOnlyKnownLinesAndQuietKeepsItsStory) {
         ASSERT_TRUE(bridge.closes->waitClosed());
         lines = bridge.printer->lines();
     }
+    auto at = [&](const std::string& line) { return std::find(lines.begin(), lines.end(), line) - lines.begin(); };
+    EXPECT_LT(at("packetId: 193"), at("RequestNetworkSettingsPacket"));
+    EXPECT_LT(at("RequestNetworkSettingsPacket"), at("packetId: 1"));
+    EXPECT_LT(at("Protocol version: 560"), at("ResourcePackResponsePacket status: HAVE_ALL_PACKS"));
+    EXPECT_LT(at("ResourcePackResponsePacket status: COMPLETED"), at("Bytes: 3"));
+    EXPECT_LT(at("packetId: 113"), at("Player inizialized IP Steve"));
+    EXPECT_LT(at("Player inizialized IP Steve"), static_cast<long>(lines.size()));
     auto quiet = std::make_shared<testing::RecordingPrinter>();
     QuietPrinter filter(quiet);
     for (const auto& line : lines) {
