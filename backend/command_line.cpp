@@ -116,6 +116,7 @@ public:
     CommandLine() : app_(kDescription, kProgram) {
         app_.require_subcommand(1);
         app_.set_version_flag("--version", std::string(kProgram) + " " FERRYLINK_VERSION);
+        app_.set_help_all_flag("--help-all", "Print this help message with every command's options and exit");
         // Options of a command may stand in its section of the file, as
         // [serve] port = 8443 or [partner.add] db = "...". A typo is an error.
         app_.set_config("--config", "", "Read options from this TOML file, one section per command; the command "

@@ -4,8 +4,8 @@
 
 #include "foundation/fatal.h"
 
-#ifndef FERRYLINK_INSTALLED_DATA_DIR
-#define FERRYLINK_INSTALLED_DATA_DIR ""
+#ifndef FERRYLINK_DATA_FROM_BINDIR
+#define FERRYLINK_DATA_FROM_BINDIR ""
 #endif
 
 namespace ferrylink::bridge {
@@ -40,13 +40,16 @@ std::optional<fs::path> folderOfExecutable() {
 
 std::vector<fs::path> ResourceBundle::candidateFolders() {
     std::vector<fs::path> candidates;
-    if (std::string_view installed = FERRYLINK_INSTALLED_DATA_DIR; !installed.empty()) {
-        candidates.emplace_back(installed);
+    auto executable = folderOfExecutable();
+    // Found from the program rather than named outright, so that an
+    // installed tree works wherever it was unpacked.
+    if (std::string_view installed = FERRYLINK_DATA_FROM_BINDIR; executable && !installed.empty()) {
+        candidates.push_back((*executable / installed).lexically_normal());
     }
     if (auto library = folderOfThisBinary()) {
         candidates.push_back(*library);
     }
-    if (auto executable = folderOfExecutable()) {
+    if (executable) {
         candidates.push_back(*executable);
     }
     return candidates;

@@ -10,7 +10,8 @@ namespace ferrylink::bridge {
 
 // The folder of files that ship with the bridge, found by name in the first of
 // three places that has it:
-//   1. the installed data folder (<prefix>/share/ferrylink),
+//   1. the installed data folder, <prefix>/share/ferrylink beside the
+//      executable's <prefix>/bin,
 //   2. the folder of the binary that holds this code,
 //   3. the folder of the running executable (a build tree's bin/ has a copy).
 // The search runs once per process and its outcome is kept; finding nothing

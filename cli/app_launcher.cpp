@@ -8,28 +8,18 @@
 #include <cstring>
 #include <filesystem>
 #include <iostream>
-#include <string>
 
 #include "cli/commands.h"
-
-#ifndef FERRYLINK_APP_FROM_BINDIR
-#define FERRYLINK_APP_FROM_BINDIR "../libexec/ferrylink"
-#endif
 
 namespace ferrylink::cli {
 
 int runApp(const AppOptions&, char** commandLine) {
-    namespace fs = std::filesystem;
+    // Beside this program, in a build as once installed.
     std::error_code error;
-    fs::path folder = fs::read_symlink("/proc/self/exe", error).parent_path();
-    // Beside this program in a build, in libexec/ferrylink once installed.
-    std::string looked;
-    for (const fs::path& candidate : {folder / "ferrylink-app", folder / FERRYLINK_APP_FROM_BINDIR / "ferrylink-app"}) {
-        fs::path program = candidate.lexically_normal();
-        ::execv(program.c_str(), commandLine);
-        looked += (looked.empty() ? "" : ", ") + program.string() + " (" + std::strerror(errno) + ")";
-    }
-    std::cerr << "ferrylink: the app's program is missing: " << looked << std::endl;
+    auto program = std::filesystem::read_symlink("/proc/self/exe", error).parent_path() / "ferrylink-app";
+    ::execv(program.c_str(), commandLine);
+    std::cerr << "ferrylink: cannot start the app's program " << program.string() << ": " << std::strerror(errno)
+              << std::endl;
     return 1;
 }
 

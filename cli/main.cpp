@@ -30,7 +30,7 @@ const CLI::Validator kHost(
 }  // namespace
 
 int main(int argc, char** argv) {
-    CLI::App app{"Ferrylink: makes a Bedrock server show up as a LAN game, so consoles can join it."};
+    CLI::App app{"Ferrylink: makes a Bedrock server show up as a LAN game, so consoles can join it.", "ferrylink"};
     app.require_subcommand(1);
     app.set_version_flag("--version", "ferrylink " FERRYLINK_VERSION);
     app.set_help_all_flag("--help-all", "Print this help message with every command's options and exit");

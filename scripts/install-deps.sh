@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Installs the Debian packages Ferrylink builds and tests with, and the npm
-# package of the app's font. Works as root or through sudo; does nothing when
+# Installs the Debian packages Ferrylink builds, tests and packages with
+# (help2man writes the man pages, dpkg-dev and file let CPack find the
+# package's dependencies), and the npm package of the app's font. Works as root or through sudo; does nothing when
 # everything is there already.
 set -euo pipefail
 
@@ -11,6 +12,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   valgrind
   librsvg2-bin
+  help2man dpkg-dev file
 )
 # npm brings the app's font (resources/font); the browser tests drive
 # Debian's Chromium from Node.js.
