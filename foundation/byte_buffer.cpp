@@ -7,12 +7,6 @@
 
 namespace ferrylink::foundation {
 
-struct ByteBuffer::Store {
-    explicit Store(size_t size) : bytes(std::make_unique_for_overwrite<uint8_t[]>(size)), size(size) {}
-    std::unique_ptr<uint8_t[]> bytes;
-    size_t size;
-};
-
 namespace {
 
 
@@ -27,7 +21,7 @@ uint32_t checkedIndex(uint64_t value) {
 
 ByteBuffer::ByteBuffer() : ByteBuffer(nullptr, 0, 0) {}
 
-ByteBuffer::ByteBuffer(std::shared_ptr<Store> store, uint32_t offset, uint32_t capacity)
+ByteBuffer::ByteBuffer(Store store, uint32_t offset, uint32_t capacity)
     : store_(std::move(store)), offset_(offset), capacity_(capacity) {}
 
 ByteBuffer::ByteBuffer(std::span<const uint8_t> bytes) : ByteBuffer(withCapacity(checkedIndex(bytes.size()))) {
@@ -41,15 +35,15 @@ ByteBuffer ByteBuffer::withCapacity(uint32_t capacity) {
     if (capacity == 0) {
         return ByteBuffer();
     }
-    return ByteBuffer(std::make_shared<Store>(capacity), 0, capacity);
+    return ByteBuffer(std::make_shared_for_overwrite<uint8_t[]>(capacity), 0, capacity);
 }
 
 const uint8_t* ByteBuffer::data() const {
     static const uint8_t nothing = 0;
-    return store_ ? store_->bytes.get() + offset_ : &nothing;
+    return store_ ? store_.get() + offset_ : &nothing;
 }
 
-uint8_t* ByteBuffer::mutableData() { return store_->bytes.get() + offset_; }
+uint8_t* ByteBuffer::mutableData() { return store_.get() + offset_; }
 
 bool ByteBuffer::inReadableRange(uint32_t at, int64_t length) const {
     if (length < 0 || at < readerIndex_) {
@@ -70,9 +64,9 @@ void ByteBuffer::ensureUniqueStore(uint32_t capacity) {
         newCapacity = std::min<uint64_t>(newCapacity, std::numeric_limits<uint32_t>::max());
     }
     newCapacity = std::max<uint64_t>(newCapacity, 1);
-    auto fresh = std::make_shared<Store>(newCapacity);
+    auto fresh = std::make_shared_for_overwrite<uint8_t[]>(newCapacity);
     if (store_ && writerIndex_ > 0) {
-        std::memcpy(fresh->bytes.get(), data(), writerIndex_);
+        std::memcpy(fresh.get(), data(), writerIndex_);
     }
     store_ = std::move(fresh);
     offset_ = 0;

@@ -69,13 +69,9 @@ public:
             return std::nullopt;
         }
         using U = std::make_unsigned_t<T>;
-        U value = 0;
-        const uint8_t* bytes = data() + at;
-        for (size_t i = 0; i < sizeof(T); ++i) {
-            size_t shift = endianness == Endianness::big ? (sizeof(T) - 1 - i) * 8 : i * 8;
-            value = static_cast<U>(value | static_cast<U>(static_cast<U>(bytes[i]) << shift));
-        }
-        return static_cast<T>(value);
+        U value;
+        std::memcpy(&value, data() + at, sizeof(T));
+        return static_cast<T>(toOrder(value, endianness));
     }
 
     template <std::integral T>
@@ -115,9 +111,10 @@ public:
     friend bool operator==(const ByteBuffer& lhs, const ByteBuffer& rhs);
 
 private:
-    struct Store;
+    // The bytes and their reference count live in one allocation.
+    using Store = std::shared_ptr<uint8_t[]>;
 
-    ByteBuffer(std::shared_ptr<Store> store, uint32_t offset, uint32_t capacity);
+    ByteBuffer(Store store, uint32_t offset, uint32_t capacity);
 
     const uint8_t* data() const;
     uint8_t* mutableData();
@@ -127,15 +124,27 @@ private:
 
     template <std::integral T>
     static void encode(T value, Endianness endianness, uint8_t* out) {
-        using U = std::make_unsigned_t<T>;
-        U bits = static_cast<U>(value);
-        for (size_t i = 0; i < sizeof(T); ++i) {
-            size_t shift = endianness == Endianness::big ? (sizeof(T) - 1 - i) * 8 : i * 8;
-            out[i] = static_cast<uint8_t>(bits >> shift);
+        auto bits = toOrder(static_cast<std::make_unsigned_t<T>>(value), endianness);
+        std::memcpy(out, &bits, sizeof(T));
+    }
+
+    // Between the machine's byte order and `endianness`; the same both ways.
+    template <std::unsigned_integral U>
+    static U toOrder(U value, Endianness endianness) {
+        const bool native = (endianness == Endianness::big) == (std::endian::native == std::endian::big);
+        if (native || sizeof(U) == 1) {
+            return value;
+        }
+        if constexpr (sizeof(U) == 2) {
+            return static_cast<U>(__builtin_bswap16(value));
+        } else if constexpr (sizeof(U) == 4) {
+            return static_cast<U>(__builtin_bswap32(value));
+        } else {
+            return static_cast<U>(__builtin_bswap64(value));
         }
     }
 
-    std::shared_ptr<Store> store_;
+    Store store_;
     uint32_t offset_ = 0;  // where this view starts inside the store
     uint32_t capacity_ = 0;
     uint32_t readerIndex_ = 0;

@@ -1,11 +1,15 @@
 #include "foundation/channel.h"
 
+#include <netinet/in.h>
+#include <netinet/udp.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
+#include <vector>
 
 namespace ferrylink::foundation {
 
@@ -14,6 +18,11 @@ namespace {
 std::string describeErrno(int errorNumber, const std::string& call) {
     return call + ": " + std::strerror(errorNumber) + " (errno: " + std::to_string(errorNumber) + ")";
 }
+
+// Datagrams in one segmented send at most, and their bytes: within what
+// every kernel with UDP GSO takes, and within one IP packet's length.
+constexpr size_t UDP_SEGMENTS_PER_SEND = 64;
+constexpr size_t UDP_SEGMENTED_BYTES = 60000;
 
 class ChannelClosedError : public std::runtime_error {
 public:
@@ -47,8 +56,24 @@ EventLoopFuture<void> ChannelPipeline::addHandler(std::shared_ptr<ChannelInbound
     return promise.futureResult();
 }
 
+struct Channel::Batch {
+    std::array<mmsghdr, BATCH> headers{};
+    std::array<sockaddr_storage, BATCH> peers{};
+    // One vector per datagram read; up to UDP_SEGMENTS_PER_SEND per message sent.
+    std::vector<iovec> vectors = std::vector<iovec>(BATCH * UDP_SEGMENTS_PER_SEND);
+    std::array<std::array<char, CMSG_SPACE(sizeof(uint16_t))>, BATCH> controls{};
+    // Datagrams land here, then are copied into buffers of their own length.
+    std::vector<uint8_t> scratch = std::vector<uint8_t>(static_cast<size_t>(BATCH) * receiveBufferSize);
+    // How many queued writes each message of a send covers.
+    std::array<size_t, BATCH> covers{};
+};
+
 Channel::Channel(std::shared_ptr<EventLoop> eventLoop, int fd)
-    : eventLoop_(std::move(eventLoop)), fd_(fd), pipeline_(*this), closePromise_(eventLoop_->makePromise<void>()) {}
+    : eventLoop_(std::move(eventLoop)),
+      fd_(fd),
+      pipeline_(*this),
+      closePromise_(eventLoop_->makePromise<void>()),
+      batch_(std::make_unique<Batch>()) {}
 
 Channel::~Channel() {
     if (!closed_ && fd_ >= 0) {
@@ -86,36 +111,128 @@ EventLoopFuture<void> Channel::writeAndFlush(AddressedEnvelope envelope) {
     return promise.futureResult();
 }
 
-void Channel::write(AddressedEnvelope envelope, EventLoopPromise<void> promise) {
+void Channel::send(AddressedEnvelope envelope) {
+    if (eventLoop_->inEventLoop()) {
+        write(std::move(envelope), std::nullopt);
+        return;
+    }
+    auto carried = std::make_shared<AddressedEnvelope>(std::move(envelope));
+    (void)eventLoop_->execute([self = shared_from_this(), carried] { self->write(std::move(*carried), std::nullopt); });
+}
+
+void Channel::write(AddressedEnvelope envelope, std::optional<EventLoopPromise<void>> promise) {
     if (closed_) {
-        promise.fail(ChannelClosedError());
+        if (promise) {
+            promise->fail(ChannelClosedError());
+        }
         return;
     }
     pending_.push_back(PendingWrite{std::move(envelope), std::move(promise)});
-    flushPending();
+    // Everything written while the loop works through what it has in hand
+    // leaves together once it is done: a burst of replies costs one system
+    // call, not one each.
+    if (!flushScheduled_ && !wantsWritable_) {
+        flushScheduled_ = true;
+        eventLoop_->execute([self = shared_from_this()] {
+            self->flushScheduled_ = false;
+            self->flushPending();
+        });
+    }
+}
+
+size_t Channel::segmentRun(size_t first) const {
+    if (!segmentation_) {
+        return 1;
+    }
+    const auto& head = pending_[first].envelope;
+    const size_t size = head.data.readableBytes();
+    size_t total = size;
+    size_t count = 1;
+    // Every segment but the last has the size of the first one.
+    while (first + count < pending_.size() && count < UDP_SEGMENTS_PER_SEND) {
+        const auto& next = pending_[first + count].envelope;
+        const size_t nextSize = next.data.readableBytes();
+        if (nextSize == 0 || nextSize > size || total + nextSize > UDP_SEGMENTED_BYTES ||
+            !(next.remoteAddress == head.remoteAddress)) {
+            break;
+        }
+        total += nextSize;
+        ++count;
+        if (nextSize < size) {
+            break;
+        }
+    }
+    return count;
+}
+
+void Channel::completeFront(size_t count, int errorNumber) {
+    for (size_t i = 0; i < count; ++i) {
+        auto promise = std::move(pending_.front().promise);
+        pending_.pop_front();
+        if (!promise) {
+            continue;
+        }
+        if (errorNumber == 0) {
+            promise->succeed();
+        } else {
+            promise->fail(IOError(errorNumber, "sendmmsg"));
+        }
+    }
 }
 
 void Channel::flushPending() {
-    while (!pending_.empty()) {
-        auto& next = pending_.front();
-        auto bytes = next.envelope.data.readableView();
-        ssize_t sent = ::sendto(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL,
-                                next.envelope.remoteAddress.sockaddrPointer(),
-                                next.envelope.remoteAddress.sockaddrLength());
-        if (sent < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-            if (!wantsWritable_) {
-                wantsWritable_ = true;
-                eventLoop_->modifyDescriptor(fd_, EPOLLIN | EPOLLOUT);
+    Batch& batch = *batch_;
+    while (!pending_.empty() && !closed_) {
+        size_t taken = 0;
+        size_t vectorsUsed = 0;
+        int messages = 0;
+        for (; messages < BATCH && taken < pending_.size(); ++messages) {
+            const size_t run = segmentRun(taken);
+            mmsghdr& header = batch.headers[static_cast<size_t>(messages)];
+            header = mmsghdr{};
+            auto& remote = pending_[taken].envelope.remoteAddress;
+            header.msg_hdr.msg_name = const_cast<sockaddr*>(remote.sockaddrPointer());
+            header.msg_hdr.msg_namelen = remote.sockaddrLength();
+            header.msg_hdr.msg_iov = &batch.vectors[vectorsUsed];
+            header.msg_hdr.msg_iovlen = run;
+            for (size_t i = 0; i < run; ++i) {
+                auto bytes = pending_[taken + i].envelope.data.readableView();
+                batch.vectors[vectorsUsed++] = iovec{const_cast<uint8_t*>(bytes.data()), bytes.size()};
             }
-            return;
+            if (run > 1) {
+                auto& control = batch.controls[static_cast<size_t>(messages)];
+                header.msg_hdr.msg_control = control.data();
+                header.msg_hdr.msg_controllen = control.size();
+                cmsghdr* segment = CMSG_FIRSTHDR(&header.msg_hdr);
+                segment->cmsg_level = SOL_UDP;
+                segment->cmsg_type = UDP_SEGMENT;
+                segment->cmsg_len = CMSG_LEN(sizeof(uint16_t));
+                const auto size = static_cast<uint16_t>(pending_[taken].envelope.data.readableBytes());
+                std::memcpy(CMSG_DATA(segment), &size, sizeof(size));
+            }
+            batch.covers[static_cast<size_t>(messages)] = run;
+            taken += run;
         }
-        auto promise = std::move(next.promise);
-        int errorNumber = errno;
-        pending_.pop_front();
+        int sent = ::sendmmsg(fd_, batch.headers.data(), static_cast<unsigned>(messages), MSG_NOSIGNAL);
         if (sent < 0) {
-            promise.fail(IOError(errorNumber, "sendto"));
-        } else {
-            promise.succeed();
+            const int errorNumber = errno;
+            if (errorNumber == EAGAIN || errorNumber == EWOULDBLOCK) {
+                if (!wantsWritable_) {
+                    wantsWritable_ = true;
+                    eventLoop_->modifyDescriptor(fd_, EPOLLIN | EPOLLOUT);
+                }
+                return;
+            }
+            if (batch.covers[0] > 1 && (errorNumber == EINVAL || errorNumber == EIO || errorNumber == ENOPROTOOPT)) {
+                segmentation_ = false;  // a kernel or device without it: one datagram per message from now on
+                continue;
+            }
+            // The first message can't be sent at all: it alone fails.
+            completeFront(batch.covers[0], errorNumber);
+            continue;
+        }
+        for (int i = 0; i < sent; ++i) {
+            completeFront(batch.covers[static_cast<size_t>(i)], 0);
         }
     }
     if (wantsWritable_) {
@@ -134,32 +251,50 @@ void Channel::onEvents(uint32_t events) {
 }
 
 void Channel::readDatagrams() {
-    // A bounded batch per wake-up keeps one busy peer from starving timers.
-    for (int i = 0; i < 64 && !closed_; ++i) {
-        sockaddr_storage peer{};
-        socklen_t peerLength = sizeof(peer);
-        auto buffer = allocator_.buffer(receiveBufferSize);
-        ssize_t received = 0;
-        buffer.writeWithUnsafeMutableBytes(receiveBufferSize, [&](uint8_t* bytes, size_t room) -> size_t {
-            received = ::recvfrom(fd_, bytes, room, 0, reinterpret_cast<sockaddr*>(&peer), &peerLength);
-            return received > 0 ? static_cast<size_t>(received) : 0;
-        });
+    Batch& batch = *batch_;
+    ChannelHandlerContext context(*this);
+    // Keep the handler alive across the calls even if it clears itself.
+    auto handler = handler_;
+    int read = 0;
+    while (read < READS_PER_WAKE && !closed_) {
+        for (size_t i = 0; i < BATCH; ++i) {
+            batch.vectors[i] = iovec{batch.scratch.data() + i * receiveBufferSize, receiveBufferSize};
+            batch.headers[i] = mmsghdr{};
+            batch.headers[i].msg_hdr.msg_iov = &batch.vectors[i];
+            batch.headers[i].msg_hdr.msg_iovlen = 1;
+            batch.headers[i].msg_hdr.msg_name = &batch.peers[i];
+            batch.headers[i].msg_hdr.msg_namelen = sizeof(sockaddr_storage);
+        }
+        int received = ::recvmmsg(fd_, batch.headers.data(), BATCH, MSG_DONTWAIT, nullptr);
         if (received < 0) {
-            // EAGAIN ends the batch; ICMP errors reported on the socket are dropped.
+            // EAGAIN: the socket is empty. An error queued on the socket (an
+            // ICMP report of an earlier send) comes out here once and is dropped.
             if (errno == EAGAIN || errno == EWOULDBLOCK) {
-                return;
+                break;
             }
             continue;
         }
-        if (!handler_) {
-            continue;
+        read += received;
+        for (int i = 0; i < received && !closed_; ++i) {
+            const auto& header = batch.headers[static_cast<size_t>(i)];
+            if (!handler) {
+                continue;
+            }
+            // A longer datagram has been cut to the buffer's size.
+            auto bytes = std::span<const uint8_t>(batch.scratch.data() + static_cast<size_t>(i) * receiveBufferSize,
+                                                  std::min<size_t>(header.msg_len, receiveBufferSize));
+            AddressedEnvelope envelope{
+                SocketAddress::fromSockaddr(reinterpret_cast<const sockaddr*>(&batch.peers[static_cast<size_t>(i)]),
+                                            header.msg_hdr.msg_namelen),
+                allocator_.buffer(bytes), std::nullopt};
+            handler->channelRead(context, std::move(envelope));
         }
-        AddressedEnvelope envelope{SocketAddress::fromSockaddr(reinterpret_cast<sockaddr*>(&peer), peerLength),
-                                   std::move(buffer), std::nullopt};
-        ChannelHandlerContext context(*this);
-        // Keep the handler alive across the call even if it clears itself.
-        auto handler = handler_;
-        handler->channelRead(context, std::move(envelope));
+        if (received < BATCH) {
+            break;
+        }
+    }
+    if (handler && read > 0 && !closed_) {
+        handler->channelReadComplete(context);
     }
 }
 
@@ -192,7 +327,9 @@ void Channel::closeNow() {
     auto abandoned = std::move(pending_);
     pending_.clear();
     for (auto& write : abandoned) {
-        write.promise.fail(ChannelClosedError());
+        if (write.promise) {
+            write.promise->fail(ChannelClosedError());
+        }
     }
     // The handler usually holds its endpoint, which holds this channel: let go here.
     handler_.reset();

@@ -53,6 +53,8 @@ class ChannelInboundHandler {
 public:
     virtual ~ChannelInboundHandler() = default;
     virtual void channelRead(ChannelHandlerContext& context, AddressedEnvelope envelope) = 0;
+    // After the last datagram of the batch that one wake of the loop read.
+    virtual void channelReadComplete(ChannelHandlerContext&) {}
 };
 
 class ChannelPipeline {
@@ -66,10 +68,20 @@ private:
 };
 
 // A bound datagram socket driven by one event loop.
+//
+// Reads take what the socket holds at each wake, a batch per system call
+// (recvmmsg). Writes queue up on the loop and leave together once the loop
+// has run the work in hand (sendmmsg), datagrams of one size to one peer in a
+// row as one segmented send where the kernel offers it (UDP GSO).
 class Channel : public std::enable_shared_from_this<Channel> {
 public:
     // Datagrams are read into buffers of this size; longer ones are cut.
     static constexpr uint32_t receiveBufferSize = 2048;
+    // Datagrams per recvmmsg and messages per sendmmsg.
+    static constexpr int BATCH = 64;
+    // Datagrams read at one wake at most, so that timers and queued work
+    // still get their turn under a flood.
+    static constexpr int READS_PER_WAKE = 1024;
 
     Channel(std::shared_ptr<EventLoop> eventLoop, int fd);
     ~Channel();
@@ -86,6 +98,8 @@ public:
     // Sends the readable bytes of `data` as one datagram, from any thread, in
     // order per channel. Datagrams the socket can't take now wait their turn.
     EventLoopFuture<void> writeAndFlush(AddressedEnvelope envelope);
+    // The same for a caller that doesn't look at the outcome: no future is made.
+    void send(AddressedEnvelope envelope);
     // Closes the socket in full, asynchronously; no handler call comes after.
     EventLoopFuture<void> close();
     // Completes when the channel has closed, whoever closed it.
@@ -98,14 +112,18 @@ public:
 private:
     struct PendingWrite {
         AddressedEnvelope envelope;
-        EventLoopPromise<void> promise;
+        std::optional<EventLoopPromise<void>> promise;
     };
+    struct Batch;
 
-    void write(AddressedEnvelope envelope, EventLoopPromise<void> promise);
+    void write(AddressedEnvelope envelope, std::optional<EventLoopPromise<void>> promise);
     void closeNow();
     void onEvents(uint32_t events);
     void readDatagrams();
     void flushPending();
+    // How many writes from the front of the queue go as one segmented send.
+    size_t segmentRun(size_t first) const;
+    void completeFront(size_t count, int errorNumber);
 
     std::shared_ptr<EventLoop> eventLoop_;
     int fd_;
@@ -116,8 +134,13 @@ private:
     bool closed_ = false;
     bool active_ = false;
     bool wantsWritable_ = false;
+    bool flushScheduled_ = false;
+    // Until the kernel refuses a segmented send.
+    bool segmentation_ = true;
     std::shared_ptr<ChannelInboundHandler> handler_;
     std::deque<PendingWrite> pending_;
+    // Room for system calls' arguments, kept between them.
+    std::unique_ptr<Batch> batch_;
 };
 
 }  // namespace ferrylink::foundation

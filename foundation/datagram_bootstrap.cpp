@@ -36,6 +36,11 @@ DatagramBootstrap& DatagramBootstrap::channelOption(SocketOption option, int val
     return *this;
 }
 
+DatagramBootstrap& DatagramBootstrap::receiveBufferSize(int bytes) {
+    receiveBufferBytes_ = bytes;
+    return *this;
+}
+
 DatagramBootstrap& DatagramBootstrap::channelInitializer(Initializer initializer) {
     initializer_ = std::move(initializer);
     return *this;
@@ -52,7 +57,8 @@ EventLoopFuture<std::shared_ptr<Channel>> DatagramBootstrap::bind(const std::str
         return promise.futureResult();
     }
 
-    auto work = [loop, promise, address = *address, options = options_, initializer = initializer_] {
+    auto work = [loop, promise, address = *address, options = options_, initializer = initializer_,
+                 receiveBufferBytes = receiveBufferBytes_] {
         int fd = ::socket(address.protocol(), SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
         if (fd < 0) {
             promise.fail(IOError(errno, "socket"));
@@ -68,6 +74,12 @@ EventLoopFuture<std::shared_ptr<Channel>> DatagramBootstrap::bind(const std::str
                 promise.fail(IOError(errorNumber, "setsockopt"));
                 return;
             }
+        }
+        // A size the kernel can't give in full is no reason to fail: the
+        // queue is then what net.core.rmem_max allows.
+        if (receiveBufferBytes > 0 &&
+            ::setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &receiveBufferBytes, sizeof(receiveBufferBytes)) != 0) {
+            (void)::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &receiveBufferBytes, sizeof(receiveBufferBytes));
         }
         auto channel = std::make_shared<Channel>(loop, fd);
         auto finish = [channel, promise, address, fd] {

@@ -31,6 +31,10 @@ public:
     explicit DatagramBootstrap(std::shared_ptr<EventLoopGroup> group);
 
     DatagramBootstrap& channelOption(SocketOption option, int value);
+    // Asks for a socket receive queue of `bytes` (0: the system's default):
+    // SO_RCVBUFFORCE where the process may, else SO_RCVBUF, which the kernel
+    // holds to net.core.rmem_max.
+    DatagramBootstrap& receiveBufferSize(int bytes);
     // Given the new channel before binding, on the loop's thread.
     DatagramBootstrap& channelInitializer(Initializer initializer);
     // Resolves `host` (blocking the caller), makes a socket of the matching
@@ -42,6 +46,7 @@ public:
 private:
     std::shared_ptr<EventLoopGroup> group_;
     ChannelOptions options_;
+    int receiveBufferBytes_ = 0;
     Initializer initializer_;
 };
 

@@ -106,7 +106,8 @@ bool EventLoop::execute(std::function<void()> task) {
         first = tasks_.empty();
         tasks_.push_back(std::move(task));
     }
-    if (first) {
+    // The loop's own thread looks at the queue before it waits again.
+    if (first && !inEventLoop()) {
         wake();
     }
     return true;

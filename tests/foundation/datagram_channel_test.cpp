@@ -23,6 +23,10 @@ public:
         received.push_back(std::move(envelope));
         arrived.notify_all();
     }
+    void channelReadComplete(ChannelHandlerContext&) override {
+        std::lock_guard lock(mutex);
+        completedAfter.push_back(received.size());
+    }
 
     bool waitFor(size_t count) {
         std::unique_lock lock(mutex);
@@ -33,6 +37,8 @@ public:
     std::condition_variable arrived;
     std::vector<AddressedEnvelope> received;
     std::vector<std::thread::id> threads;
+    // How many datagrams had come at each end of a read batch.
+    std::vector<size_t> completedAfter;
 };
 
 struct BoundChannel {
@@ -119,18 +125,44 @@ TEST(DatagramChannelRead, OneCallPerDatagramCutAt2048Bytes) {
     group->syncShutdownGracefully();
 }
 
-TEST(DatagramChannelWrite, DatagramsLeaveInOrderFromAnyThread) {
+TEST(DatagramChannelRead, BurstBeyondOneBatchArrivesWholeInOrderThenReadCompletes) {
     auto group = std::make_shared<MultiThreadedEventLoopGroup>(1);
     auto bound = bindRecording(group);
     Peer peer;
-    for (uint8_t i = 0; i < 50; ++i) {
+    constexpr size_t BURST = 3 * Channel::BATCH + 5;
+    for (size_t i = 0; i < BURST; ++i) {
+        peer.sendTo(bound.port, 1 + i % 200);
+    }
+    ASSERT_TRUE(bound.handler->waitFor(BURST));
+    group->syncShutdownGracefully();  // every read batch has ended
+    auto& handler = *bound.handler;
+    for (size_t i = 0; i < BURST; ++i) {
+        EXPECT_EQ(handler.received[i].data.readableBytes(), 1 + i % 200) << i;
+    }
+    ASSERT_FALSE(handler.completedAfter.empty());
+    EXPECT_EQ(handler.completedAfter.back(), BURST);
+}
+
+// Runs of equal sizes to one peer go as one segmented send where the kernel
+// has it: the peer must still see every datagram on its own, in order.
+TEST(DatagramChannelWrite, DatagramsLeaveWholeAndInOrderFromAnyThread) {
+    auto group = std::make_shared<MultiThreadedEventLoopGroup>(1);
+    auto bound = bindRecording(group);
+    Peer peer;
+    auto sizeOf = [](uint8_t i) -> size_t { return i % 7 == 6 ? 300 : (i < 40 ? 1200 : 1); };
+    for (uint8_t i = 0; i < 90; ++i) {
         ByteBuffer data;
         data.writeInteger(i);
-        bound.channel->writeAndFlush(AddressedEnvelope{peer.address(), data, std::nullopt});
+        data.writeBytes(std::vector<uint8_t>(sizeOf(i) - 1, i));
+        if (i % 2) {
+            bound.channel->send(AddressedEnvelope{peer.address(), data, std::nullopt});
+        } else {
+            bound.channel->writeAndFlush(AddressedEnvelope{peer.address(), data, std::nullopt});
+        }
     }
-    for (uint8_t i = 0; i < 50; ++i) {
+    for (uint8_t i = 0; i < 90; ++i) {
         auto bytes = peer.receive();
-        ASSERT_EQ(bytes.size(), 1u);
+        ASSERT_EQ(bytes.size(), sizeOf(i)) << int(i);
         EXPECT_EQ(bytes[0], i);
     }
     group->syncShutdownGracefully();
