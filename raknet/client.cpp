@@ -57,7 +57,7 @@ std::optional<EventLoopFuture<void>> Client::bind(const std::string& host, int p
         channel.reset();
         return std::nullopt;
     }
-    update();
+    // No tick yet: it runs while pings are under way.
     return channel->closeFuture();
 }
 
@@ -70,7 +70,7 @@ void Client::close() {
 
 void Client::send(ByteBuffer buffer, const SocketAddress& address) {
     if (channel) {
-        channel->writeAndFlush(AddressedEnvelope{address, std::move(buffer), std::nullopt});
+        channel->send(AddressedEnvelope{address, std::move(buffer), std::nullopt});
     }
 }
 
@@ -102,10 +102,14 @@ EventLoopFuture<std::shared_ptr<ServerInfo>> Client::startPing(const SocketAddre
     auto promise = channel->eventLoop()->makePromise<std::shared_ptr<ServerInfo>>();
     pings.emplace(address, PingEntry{promise, now + PING_TIMEOUT, now});
     sendPing(address, now);
+    update();
     return promise.futureResult();
 }
 
 void Client::update() {
+    if (updateTask && !updateTask->isCancelled()) {
+        return;
+    }
     std::weak_ptr<Client> weak = shared_from_this();
     const auto period = static_cast<int64_t>(RAKNET_TICK_LENGTH * 1000);
     updateTask = channel->eventLoop()->scheduleRepeatedTask(
@@ -114,6 +118,10 @@ void Client::update() {
             auto self = weak.lock();
             if (!self || self->shutdown) {
                 task.cancel();  // pings under way stay unanswered
+                return;
+            }
+            if (self->pings.empty()) {
+                task.cancel();  // the next ping starts it again
                 return;
             }
             const int64_t now = foundation::Clock::currentTimeMillis();

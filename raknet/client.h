@@ -53,7 +53,8 @@ public:
     // From any thread, after a successful bind (without a channel it is a fatal
     // fault). Fails with TimeoutError "Ping timeout" when no pong came in time.
     foundation::EventLoopFuture<std::shared_ptr<ServerInfo>> ping(const foundation::SocketAddress& address);
-    // Starts the repeated tick on the channel's loop.
+    // Starts the repeated tick on the channel's loop, unless it runs; it
+    // stops by itself once no ping is under way. Loop thread.
     void update();
     void sendPing(const foundation::SocketAddress& address, int64_t time);
 

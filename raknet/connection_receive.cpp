@@ -1,7 +1,6 @@
-// The way in of a Connection: acknowledgements, the sequence window, the
-// reliable window, reassembly, and the dispatch of complete payloads with the
-// connected handshake.
-#include <algorithm>
+// The way in of a Connection: acknowledgements, data datagrams through the
+// receive window, the reliable window and the split assembler, and the
+// dispatch of complete payloads with the connected handshake.
 #include <string>
 
 #include "foundation/clock.h"
@@ -17,7 +16,6 @@ namespace ferrylink::raknet {
 
 using foundation::ByteBuffer;
 using foundation::Clock;
-using foundation::fatalFault;
 
 namespace {
 
@@ -26,21 +24,6 @@ constexpr int32_t FILLER_ADDRESSES = 20;
 constexpr uint32_t ACCEPTED_CAPACITY_IPV4 = 166;
 constexpr uint32_t ACCEPTED_CAPACITY_IPV6 = 628;
 
-template <typename T, typename V>
-bool contains(const std::vector<T>& values, V value) {
-    return std::find(values.begin(), values.end(), static_cast<T>(value)) != values.end();
-}
-
-// Every number of an entry, in order; the decoder has refused entries that run backwards.
-template <typename Visit>
-void forEachNumber(const AcknowledgePacket& packet, Visit visit) {
-    for (const auto& entry : packet.packets) {
-        for (uint64_t number = entry.start; number <= entry.end; ++number) {
-            visit(static_cast<int32_t>(number));
-        }
-    }
-}
-
 }  // namespace
 
 void Connection::receive(ByteBuffer buffer) {
@@ -48,10 +31,11 @@ void Connection::receive(ByteBuffer buffer) {
     if (dropped_ || !first) {
         return;
     }
+    resendTable_.earn(buffer.readableBytes());
     const uint8_t header = *first;
     if ((header & Flags::VALID) == 0) {
         // Some peers send these two bare, without a frame around them.
-        if (state == State::CONNECTING) {
+        if (state_ == State::CONNECTING) {
             if (header == NewIncomingConnection().id) {
                 handleNewIncomingConnection(buffer, false);
             } else if (header == ConnectionRequest().id) {
@@ -75,18 +59,7 @@ void Connection::handleAck(ByteBuffer& buffer) {
         drop(decoded.error());
         return;
     }
-    forEachNumber(ack, [this](int32_t number) {
-        auto found = sendDatagrams.find(number);
-        if (found == sendDatagrams.end()) {
-            return;
-        }
-        for (const auto& frame : found->second.packets) {
-            if (frame.needACK && frame.messageIndex) {
-                needACK.erase(frame.ackId);
-            }
-        }
-        sendDatagrams.erase(found);
-    });
+    resendTable_.acknowledge(ack);
 }
 
 void Connection::handleNack(ByteBuffer& buffer) {
@@ -95,152 +68,54 @@ void Connection::handleNack(ByteBuffer& buffer) {
         drop(decoded.error());
         return;
     }
-    Datagram kept = std::move(outgoingPacket);
-    forEachNumber(nack, [this](int32_t number) {
-        auto found = sendDatagrams.find(number);
-        if (found == sendDatagrams.end()) {
-            return;
-        }
-        outgoingPacket = found->second;
-        sendQueue();  // under a new number, kept again under that one
-        sendDatagrams.erase(number);
-    });
-    outgoingPacket = std::move(kept);
+    for (int32_t number : resendTable_.nackedForResend(nack, tick_)) {
+        resend(number, tick_);
+    }
 }
 
 void Connection::handleDatagram(ByteBuffer& buffer) {
-    lastUpdate = Clock::currentTimeMillis();
+    lastUpdate_ = Clock::currentTimeMillis();
+    halfOpen_ = false;
     Datagram datagram;
     if (auto decoded = datagram.decode(buffer); !decoded) {
         drop(decoded.error());
         return;
     }
-    const auto seq = static_cast<int32_t>(datagram.sequenceNumber);
-
-    // The window slides with the newest number, so a datagram that was
-    // overtaken falls under its start and is dropped, even while its number
-    // waits in nackQueue: the peer resends its content under a new number.
-    if (seq < windowStart || seq > windowEnd) {
-        return;
+    switch (receiveWindow_.arrive(datagram.sequenceNumber)) {
+        case ReceiveWindow::Arrival::ignored:
+            return;
+        case ReceiveWindow::Arrival::overflow:
+            drop("too many datagrams missing");
+            return;
+        case ReceiveWindow::Arrival::taken:
+            break;
     }
-    if (contains(recievedWindow, seq)) {
-        return;
-    }
-    const int32_t diff = seq - lastSequenceNumber;
-    auto nacked = std::find(nackQueue.begin(), nackQueue.end(), static_cast<uint32_t>(seq));
-    if (nacked != nackQueue.end()) {
-        nackQueue.erase(nacked);
-    }
-    ackQueue.push_back(static_cast<uint32_t>(seq));
-    recievedWindow.push_back(seq);
-    if (diff != 1) {
-        for (int32_t missing = lastSequenceNumber + 1; missing < seq; ++missing) {
-            if (!contains(recievedWindow, missing)) {
-                nackQueue.push_back(static_cast<uint32_t>(missing));
-            }
-        }
-    }
-    lastSequenceNumber = seq;
-    windowStart += diff;
-    windowEnd += diff;
-
+    auto deliver = [this](EncapsulatedPacket& frame) {
+        handleEncapsulated(frame);
+        return !dropped_;
+    };
     for (auto& frame : datagram.packets) {
         if (dropped_) {
             return;
         }
-        handlePacket(std::move(frame));
+        reliableWindow_.receive(std::move(frame), deliver);
     }
 }
 
-void Connection::handlePacket(EncapsulatedPacket frame) {
-    if (!frame.messageIndex) {
-        handleEncapsulated(std::move(frame));
-        return;
-    }
-    const int32_t index = *frame.messageIndex;
-    if (index < reliableWindowStart || index > reliableWindowEnd) {
-        return;  // how a duplicate of a reliable frame goes away
-    }
-    if (index - lastReliableIndex != 1) {
-        reliableWindow.insert_or_assign(index, std::move(frame));
-        return;
-    }
-    ++lastReliableIndex;
-    ++reliableWindowStart;
-    ++reliableWindowEnd;
-    handleEncapsulated(std::move(frame));
-
-    if (reliableWindow.empty()) {
-        return;
-    }
-    std::vector<std::pair<int32_t, EncapsulatedPacket>> sorted(std::make_move_iterator(reliableWindow.begin()),
-                                                                std::make_move_iterator(reliableWindow.end()));
-    std::sort(sorted.begin(), sorted.end(), [](const auto& lhs, const auto& rhs) { return lhs.first < rhs.first; });
-    std::unordered_map<int32_t, EncapsulatedPacket> rebuilt;
-    for (auto& entry : sorted) {
-        rebuilt.insert(std::move(entry));
-    }
-    reliableWindow = std::move(rebuilt);
-
-    // Walked in the hash table's own order, which isn't ascending: the walk
-    // stops at the first key that isn't next in line, and frames behind it wait
-    // for the next in-order frame to start a new walk. Peers of this system
-    // live with exactly this reorder buffer.
-    for (auto entry = reliableWindow.begin(); entry != reliableWindow.end();) {
-        if (entry->first - lastReliableIndex != 1) {
-            break;
+void Connection::handleEncapsulated(EncapsulatedPacket& frame) {
+    if (!frame.split) {
+        if (frame.buffer) {
+            dispatch(*frame.buffer, true);
         }
-        ++lastReliableIndex;
-        ++reliableWindowStart;
-        ++reliableWindowEnd;
-        EncapsulatedPacket next = std::move(entry->second);
-        entry = reliableWindow.erase(entry);
-        handleEncapsulated(std::move(next));
-    }
-}
-
-void Connection::handleEncapsulated(EncapsulatedPacket frame) {
-    if (frame.split) {
-        handleSplit(std::move(frame));
         return;
     }
-    if (frame.buffer) {
-        dispatch(*frame.buffer, true);
+    auto assembled = splitAssembler_.add(frame);
+    if (!assembled) {
+        drop(assembled.error());
+    } else if (*assembled) {
+        // The whole payload has no reliability of its own: straight to the dispatch.
+        dispatch(**assembled, true);
     }
-}
-
-void Connection::handleSplit(EncapsulatedPacket frame) {
-    const int32_t setId = frame.splitId;
-    const int32_t count = frame.splitCount;
-    auto& fragments = splitPacket[setId];
-    // A repeated index replaces the earlier fragment.
-    fragments.insert_or_assign(frame.splitIndex, std::move(frame));
-    // No limits: the count is the last fragment's word, indices aren't checked
-    // against it, and incomplete sets live as long as the connection.
-    if (count < 0 || fragments.size() != static_cast<size_t>(count)) {
-        return;
-    }
-
-    uint32_t total = 0;
-    std::vector<std::pair<int32_t, const ByteBuffer*>> ordered;
-    ordered.reserve(fragments.size());
-    for (const auto& [index, fragment] : fragments) {
-        const ByteBuffer* bytes = fragment.buffer ? &*fragment.buffer : nullptr;
-        total += bytes ? bytes->readableBytes() : 0;
-        ordered.emplace_back(index, bytes);
-    }
-    std::sort(ordered.begin(), ordered.end(), [](const auto& lhs, const auto& rhs) { return lhs.first < rhs.first; });
-    auto whole = ByteBuffer::withCapacity(total);
-    for (const auto& [index, bytes] : ordered) {
-        if (bytes) {
-            whole.writeBytes(bytes->readableView());
-        }
-    }
-    splitPacket.erase(setId);
-
-    EncapsulatedPacket assembled;
-    assembled.buffer = std::move(whole);
-    handlePacket(std::move(assembled));
 }
 
 void Connection::dispatch(ByteBuffer& payload, bool framed) {
@@ -253,24 +128,19 @@ void Connection::dispatch(ByteBuffer& payload, bool framed) {
         return;
     }
     const uint8_t id = *first;
-    auto print = [this](const std::string& line) {
-        if (listener && listener->printer) {
-            listener->printer->print(line);
-        }
-    };
     print("packet: " + std::to_string(id));
 
     if (id >= GAME_PAYLOAD_FIRST_ID) {
-        if (state != State::CONNECTED) {
+        if (state_ != State::CONNECTED) {
             return;
         }
         print("con: " + std::to_string(id));
-        if (listener && listener->connectionListener) {
-            listener->connectionListener->onEncapsulated(payload, address);
+        if (listener_ && listener_->connectionListener) {
+            listener_->connectionListener->onEncapsulated(payload, address);
         }
         return;
     }
-    if (state == State::CONNECTING) {
+    if (state_ == State::CONNECTING) {
         if (id == NewIncomingConnection().id) {
             handleNewIncomingConnection(payload, framed);
         } else if (id == ConnectionRequest().id) {
@@ -281,8 +151,8 @@ void Connection::dispatch(ByteBuffer& payload, bool framed) {
     if (id == ConnectedPing().id) {
         handleConnectedPing(payload);
     } else if (id == DisconnectNotification().id) {
-        if (listener) {
-            listener->removeConnection(shared_from_this(), "client disconnect");
+        if (listener_) {
+            listener_->removeConnection(shared_from_this(), "client disconnect");
         }
     }
 }
@@ -304,7 +174,7 @@ void Connection::handleConnectionRequest(ByteBuffer& payload) {
     EncapsulatedPacket frame;
     frame.reliability = Reliability::RELIABLE;
     frame.buffer = std::move(buffer);
-    // `state` stays: a repeated request gets the same answer with the current time.
+    // The state stays: a repeated request gets the same answer with the current time.
     addEncapsulatedToQueue(std::move(frame), Priority::IMMEDIATE);
 }
 
@@ -318,8 +188,8 @@ void Connection::handleNewIncomingConnection(ByteBuffer& payload, bool framed) {
     if (framed) {
         // The peer must name the port this server is bound on; the address text is of no interest.
         std::optional<foundation::SocketAddress> local;
-        if (listener && listener->channel) {
-            local = listener->channel->localAddress();
+        if (listener_ && listener_->channel) {
+            local = listener_->channel->localAddress();
         }
         if (!local || local->port() != port) {
             return;
@@ -328,11 +198,11 @@ void Connection::handleNewIncomingConnection(ByteBuffer& payload, bool framed) {
         // The bare form is checked against the peer's own port instead.
         return;
     }
-    state = State::CONNECTED;
-    if (listener && listener->connectionListener) {
-        listener->connectionListener->onOpenConnection(shared_from_this());
+    state_ = State::CONNECTED;
+    if (listener_ && listener_->connectionListener) {
+        listener_->connectionListener->onOpenConnection(shared_from_this());
     } else if (!framed) {
-        fatalFault("connection opened without a listener");
+        foundation::fatalFault("connection opened without a listener");
     }
 }
 

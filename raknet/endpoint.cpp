@@ -10,7 +10,7 @@
 namespace ferrylink::raknet::detail {
 
 bool bindEndpoint(const std::shared_ptr<foundation::EventLoopGroup>& group, const std::string& host, int port,
-                  Printer& printer, HandlerFactory makeHandler) {
+                  Printer& printer, HandlerFactory makeHandler, int receiveBufferBytes) {
     // Resolved here, on the caller's thread, so that a resolver error is
     // made, caught and dropped on one thread; the bootstrap then gets the
     // numeric form and has nothing left to look up.
@@ -29,6 +29,7 @@ bool bindEndpoint(const std::shared_ptr<foundation::EventLoopGroup>& group, cons
     // error at any time, and this thread must be the one that reads it last.
     auto bound = foundation::DatagramBootstrap(group)
                      .channelOption(foundation::SocketOption{SOL_SOCKET, SO_REUSEADDR}, 1)
+                     .receiveBufferSize(receiveBufferBytes)
                      .channelInitializer(
                          [makeHandler = std::move(makeHandler)](const std::shared_ptr<foundation::Channel>& made) {
                              return made->pipeline().addHandler(makeHandler(made));

@@ -16,11 +16,11 @@ namespace ferrylink::raknet::detail {
 using HandlerFactory =
     std::function<std::shared_ptr<foundation::ChannelInboundHandler>(const std::shared_ptr<foundation::Channel>&)>;
 
-// Binds host:port with SO_REUSEADDR and no other option, blocking the caller
-// until the socket stands. On failure prints one line: "unavaliable: host
-// port" when the name or port can't be resolved, otherwise the error's own
-// text; then gives false.
+// Binds host:port with SO_REUSEADDR and, when `receiveBufferBytes` isn't 0,
+// a receive queue of that size, blocking the caller until the socket stands.
+// On failure prints one line: "unavaliable: host port" when the name or port
+// can't be resolved, otherwise the error's own text; then gives false.
 bool bindEndpoint(const std::shared_ptr<foundation::EventLoopGroup>& group, const std::string& host, int port,
-                  Printer& printer, HandlerFactory makeHandler);
+                  Printer& printer, HandlerFactory makeHandler, int receiveBufferBytes = 0);
 
 }  // namespace ferrylink::raknet::detail

@@ -23,6 +23,10 @@ constexpr int32_t MAXIMUM_MTU = 1400;
 constexpr int32_t IPV6_HEADER_ALLOWANCE = 40;
 constexpr int32_t IPV4_HEADER_ALLOWANCE = 20;
 constexpr int32_t UDP_HEADER_ALLOWANCE = 8;
+// The socket's receive queue: room for the first requests of a thousand
+// consoles at once, padded to their MTU of up to 1,500 bytes, which the
+// kernel counts at about 2.3 KiB each.
+constexpr int RECEIVE_BUFFER_BYTES = 4 << 20;
 
 int64_t randomId() {
     // The first number is the low half, the second the high half.
@@ -39,12 +43,21 @@ public:
 
     void channelRead(ChannelHandlerContext& context, AddressedEnvelope envelope) override {
         if (listener) {
+            // The lines of a batch of datagrams leave together at its end.
+            if (!lines_) {
+                lines_.emplace();
+            }
             listener->channelRead(context, std::move(envelope));
         }
     }
 
+    void channelReadComplete(ChannelHandlerContext&) override { lines_.reset(); }
+
     // Strong: the channel drops its handler when it closes, which ends the cycle.
     std::shared_ptr<Listener> listener;
+
+private:
+    std::optional<LineBatch> lines_;
 };
 
 Listener::Listener() : id(randomId()) {}
@@ -55,7 +68,7 @@ Listener::~Listener() {
     // left is removed as at shutdown, without queueing anything.
     shutdown = true;
     std::vector<std::shared_ptr<Connection>> left;
-    for (const auto& entry : connections) {
+    for (const auto& entry : connections_) {
         left.push_back(entry.second);
     }
     for (const auto& connection : left) {
@@ -73,17 +86,19 @@ std::optional<foundation::EventLoopFuture<void>> Listener::bind(
     group = std::move(loopGroup);
 
     auto self = shared_from_this();
-    bool bound =
-        detail::bindEndpoint(group, host, port, *printer, [self](const std::shared_ptr<foundation::Channel>& made) {
+    bool bound = detail::bindEndpoint(
+        group, host, port, *printer,
+        [self](const std::shared_ptr<foundation::Channel>& made) {
             // Kept here, on the loop, before the first datagram can arrive.
             self->channel = made;
             return std::make_shared<ServerDatagramHandler>(self);
-        });
+        },
+        RECEIVE_BUFFER_BYTES);
     if (!bound) {
         channel.reset();
         return std::nullopt;
     }
-    update();
+    // No tick yet: it starts with the first connection.
     return channel->closeFuture();
 }
 
@@ -102,28 +117,35 @@ void Listener::close() {
 }
 
 void Listener::releaseConnections() {
-    for (const auto& entry : connections) {
+    for (const auto& entry : connections_) {
         entry.second->detachFromListener();
     }
-    connections.clear();
+    connections_.clear();
+    halfOpen_ = 0;
+    halfOpenOrder_.clear();
 }
 
 void Listener::update() {
+    if ((updateTask_ && !updateTask_->isCancelled()) || !channel) {
+        return;
+    }
     std::weak_ptr<Listener> weak = shared_from_this();
     const auto period = static_cast<int64_t>(RAKNET_TICK_LENGTH * 1000);
-    updateTask = channel->eventLoop()->scheduleRepeatedTask(
+    updateTask_ = channel->eventLoop()->scheduleRepeatedTask(
         foundation::TimeAmount::zero(), foundation::TimeAmount::milliseconds(period),
         [weak](foundation::RepeatedTask& task) {
             auto self = weak.lock();
-            if (!self || self->shutdown) {
+            // With no connection there is nothing to resend, acknowledge or
+            // time out: the next connection starts the tick again.
+            if (!self || self->shutdown || self->connections_.empty()) {
                 task.cancel();
                 return;
             }
             // In the table's order, with the time read anew for each
-            // connection. A removal only queues work, but walk a copy anyway.
+            // connection. A timeout only queues work, but walk a copy anyway.
             std::vector<std::shared_ptr<Connection>> ticking;
-            ticking.reserve(self->connections.size());
-            for (const auto& entry : self->connections) {
+            ticking.reserve(self->connections_.size());
+            for (const auto& entry : self->connections_) {
                 ticking.push_back(entry.second);
             }
             for (const auto& connection : ticking) {
@@ -134,29 +156,36 @@ void Listener::update() {
 
 void Listener::send(ByteBuffer buffer, const SocketAddress& address) {
     if (channel) {
-        channel->writeAndFlush(AddressedEnvelope{address, std::move(buffer), std::nullopt});
+        channel->send(AddressedEnvelope{address, std::move(buffer), std::nullopt});
     }
+}
+
+void Listener::forget(Table::iterator entry) {
+    if (entry->second->halfOpen()) {
+        --halfOpen_;
+    }
+    connections_.erase(entry);
 }
 
 void Listener::removeConnection(const std::shared_ptr<Connection>& connection, const std::string& reason) {
     const SocketAddress address = connection->address;
     connection->leaving_ = true;
     if (shutdown) {
-        auto found = connections.find(address);
-        if (found != connections.end()) {
+        auto found = connections_.find(address);
+        if (found != connections_.end()) {
             connection->close();
-            connections.erase(found);
+            forget(found);
             connection->detachFromListener();
         }
     } else if (channel) {
         channel->eventLoop()->execute([self = shared_from_this(), connection, address] {
-            auto found = self->connections.find(address);
-            if (found == self->connections.end()) {
+            auto found = self->connections_.find(address);
+            if (found == self->connections_.end()) {
                 return;  // removed before
             }
             self->printer->print("Removed: " + address.description());
             connection->close();
-            self->connections.erase(found);
+            self->forget(found);
             // Out of the table it gets no more datagrams or ticks; whoever
             // still holds it mustn't keep this Listener alive through it.
             connection->detachFromListener();
@@ -170,8 +199,8 @@ void Listener::removeConnection(const std::shared_ptr<Connection>& connection, c
 
 void Listener::dropConnection(const std::shared_ptr<Connection>& connection, const std::string& reason) {
     const SocketAddress address = connection->address;
-    if (auto found = connections.find(address); found != connections.end() && found->second == connection) {
-        connections.erase(found);
+    if (auto found = connections_.find(address); found != connections_.end() && found->second == connection) {
+        forget(found);
     }
     connection->detachFromListener();
     if (connectionListener) {
@@ -185,6 +214,33 @@ int32_t Listener::connectionMtu(int32_t requested, const SocketAddress& peer) {
     return mtu - UDP_HEADER_ALLOWANCE;
 }
 
+bool Listener::makeRoom() {
+    auto full = [this] { return halfOpen_ >= MAX_HALF_OPEN || connections_.size() >= MAX_CONNECTIONS; };
+    while (full() && !halfOpenOrder_.empty()) {
+        auto oldest = halfOpenOrder_.front().lock();
+        halfOpenOrder_.pop_front();
+        if (oldest && oldest->attached() && oldest->halfOpen()) {
+            oldest->drop("too many half-open connections");
+        }
+    }
+    return !full();
+}
+
+void Listener::table(const std::shared_ptr<Connection>& connection) {
+    connections_[connection->address] = connection;
+    ++halfOpen_;
+    // Entries of connections that left the half-open state stay in line until
+    // met; sweep them out before they outnumber the live ones.
+    if (halfOpenOrder_.size() >= 2 * MAX_HALF_OPEN) {
+        std::erase_if(halfOpenOrder_, [](const std::weak_ptr<Connection>& entry) {
+            auto held = entry.lock();
+            return !held || !held->attached() || !held->halfOpen();
+        });
+    }
+    halfOpenOrder_.push_back(connection);
+    update();
+}
+
 void Listener::channelRead(ChannelHandlerContext& context, AddressedEnvelope envelope) {
     ByteBuffer& data = envelope.data;
     if (data.readableBytes() == 0) {
@@ -192,11 +248,19 @@ void Listener::channelRead(ChannelHandlerContext& context, AddressedEnvelope env
     }
     const uint8_t packetId = *data.getInteger<uint8_t>(data.readerIndex());
     std::shared_ptr<Connection> connection;
-    if (auto found = connections.find(envelope.remoteAddress); found != connections.end()) {
+    if (auto found = connections_.find(envelope.remoteAddress); found != connections_.end()) {
         connection = found->second;
     }
     if (!connection) {
-        printer->print("Unconnected: " + std::to_string(packetId));
+        // Made once: every ping a console sends is one of these lines.
+        static const auto lines = [] {
+            std::array<std::string, 256> made;
+            for (size_t id = 0; id < made.size(); ++id) {
+                made[id] = "Unconnected: " + std::to_string(id);
+            }
+            return made;
+        }();
+        printer->print(lines[packetId]);
     }
     // The offline ids take the offline path also from a peer with a connection.
     // An offline datagram that can't be read is dropped like one with a wrong
@@ -209,8 +273,30 @@ void Listener::channelRead(ChannelHandlerContext& context, AddressedEnvelope env
     } else if (packetId == UnconnectedPing().id) {
         handleUnconnectedPing(context, envelope);
     } else if (connection) {
+        const bool halfOpen = connection->halfOpen();
         connection->receive(std::move(data));
+        // Past the offline handshake now; a connection that left the table
+        // on the way has been counted out there.
+        if (halfOpen && !connection->halfOpen() && connection->attached()) {
+            --halfOpen_;
+        }
     }
+}
+
+const ByteBuffer& Listener::pongTemplate() {
+    if (!info) {
+        foundation::fatalFault("a listener answers pings only with an advert");
+    }
+    if (!pongAdvert_ || *pongAdvert_ != *info) {
+        pongAdvert_ = *info;
+        UnconnectedPong pong;
+        pong.clientTime = 0;
+        pong.serverId = id;
+        pong.info = info->description();
+        pongTemplate_ = ByteBuffer::withCapacity(static_cast<uint32_t>(pong.info.size() + 35));
+        pong.encode(pongTemplate_);
+    }
+    return pongTemplate_;
 }
 
 void Listener::handleUnconnectedPing(ChannelHandlerContext& context, AddressedEnvelope& envelope) {
@@ -218,22 +304,22 @@ void Listener::handleUnconnectedPing(ChannelHandlerContext& context, AddressedEn
     if (!ping.decode(envelope.data) || !ping.hasValidMagic()) {
         return;
     }
-    if (!info) {
-        foundation::fatalFault("a listener answers pings only with an advert");
-    }
-    UnconnectedPong pong;
-    pong.clientTime = ping.clientTime;
-    pong.serverId = id;
-    pong.info = info->description();
-    auto buffer = ByteBuffer::withCapacity(static_cast<uint32_t>(pong.info.size() + 35));
-    pong.encode(buffer);
-    context.writeAndFlush(AddressedEnvelope{envelope.remoteAddress, std::move(buffer), std::nullopt});
+    // The advert's bytes are made once per change; each pong is a copy with the ping's time.
+    const ByteBuffer& made = pongTemplate();
+    auto buffer = ByteBuffer::withCapacity(made.readableBytes());
+    buffer.writeBytes(made.readableView());
+    buffer.setInteger(ping.clientTime, 1);
+    context.channel().send(AddressedEnvelope{envelope.remoteAddress, std::move(buffer), std::nullopt});
 }
 
 void Listener::handleOpenConnectionRequest1(ChannelHandlerContext& context, AddressedEnvelope& envelope,
                                             const std::shared_ptr<Connection>& connection) {
     OpenConnectionRequest1 request;
     if (!request.decode(envelope.data) || !request.hasValidMagic()) {
+        return;
+    }
+    // A peer that can't be tabled gets no answer at all.
+    if (!connection && !makeRoom()) {
         return;
     }
     printer->print("RakNet protocol: " + std::to_string(request.protocolVersion));
@@ -253,13 +339,13 @@ void Listener::handleOpenConnectionRequest1(ChannelHandlerContext& context, Addr
         reply.mtu = request.mtu;  // as asked; the clamp is for the connection
         reply.encode(buffer);
     }
-    context.writeAndFlush(AddressedEnvelope{envelope.remoteAddress, std::move(buffer), std::nullopt});
+    context.channel().send(AddressedEnvelope{envelope.remoteAddress, std::move(buffer), std::nullopt});
 
     // Also for an incompatible peer: its entry lives until the silence timeout.
     if (!connection) {
         const SocketAddress& peer = envelope.remoteAddress;
-        connections[peer] = std::make_shared<Connection>(shared_from_this(), connectionMtu(request.mtu, peer), peer,
-                                                         request.protocolVersion);
+        table(std::make_shared<Connection>(shared_from_this(), connectionMtu(request.mtu, peer), peer,
+                                           request.protocolVersion));
     }
 }
 
@@ -277,10 +363,10 @@ void Listener::handleOpenConnectionRequest2(ChannelHandlerContext& context, Addr
     reply.mtu = mtu;
     auto buffer = ByteBuffer::withCapacity(31);
     reply.encode(buffer);
-    context.writeAndFlush(AddressedEnvelope{envelope.remoteAddress, std::move(buffer), std::nullopt});
+    context.channel().send(AddressedEnvelope{envelope.remoteAddress, std::move(buffer), std::nullopt});
     // A peer that skipped request 1 gets its reply and nothing else.
     if (connection) {
-        connection->mtu = mtu;
+        connection->setMtu(mtu);
     }
 }
 

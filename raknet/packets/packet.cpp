@@ -17,14 +17,17 @@ Decoded Packet::decode(ByteBuffer& buffer) {
 
 void Packet::encode(ByteBuffer&) const { foundation::fatalFault("this packet has no encoder"); }
 
-bool OfflinePacket::hasValidMagic() const { return std::ranges::equal(magic, MAGIC); }
+bool OfflinePacket::hasValidMagic() const { return magic == MAGIC; }
 
 bool OfflinePacket::readMagic(ByteBuffer& buffer) {
-    auto bytes = buffer.readBytes(MAGIC.size());
-    if (bytes) {
-        magic = std::move(*bytes);
+    auto bytes = buffer.readableView();
+    if (bytes.size() < MAGIC.size()) {
+        return false;
     }
-    return bytes.has_value();
+    magic.emplace();
+    std::copy_n(bytes.begin(), MAGIC.size(), magic->begin());
+    buffer.moveReaderIndexForwardBy(MAGIC.size());
+    return true;
 }
 
 void OfflinePacket::writeMagic(ByteBuffer& buffer) { buffer.writeBytes(MAGIC); }

@@ -3,6 +3,7 @@
 #include <array>
 #include <concepts>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "foundation/byte_buffer.h"
@@ -52,7 +53,7 @@ public:
     bool hasValidMagic() const;
 
     // Empty until decoded.
-    std::vector<uint8_t> magic;
+    std::optional<std::array<uint8_t, 16>> magic;
 
 protected:
     bool readMagic(foundation::ByteBuffer& buffer);

@@ -166,13 +166,13 @@ public:
         return testing::onLoop(loop(), std::move(work));
     }
     size_t connectionCount() {
-        return onLoop([this] { return listener->connections.size(); });
+        return onLoop([this] { return listener->connections().size(); });
     }
     // The connection of `peer`, read on the loop; null when there is none.
     std::shared_ptr<Connection> connectionOf(const foundation::SocketAddress& peer) {
         return onLoop([&]() -> std::shared_ptr<Connection> {
-            auto found = listener->connections.find(peer);
-            return found == listener->connections.end() ? nullptr : found->second;
+            auto found = listener->connections().find(peer);
+            return found == listener->connections().end() ? nullptr : found->second;
         });
     }
     // Waits until the table holds `count` connections.

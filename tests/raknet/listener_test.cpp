@@ -134,7 +134,7 @@ TEST_P(ListenerRequestOneTest, ReplyEchoesTheLengthAndTheConnectionGetsTheClamp)
               normalized(std::string("06 ") + MAGIC_HEX + " " + hex64(server.listener->id) + " 00 " + mtu));
     auto connection = server.connectionOf(peer.localAddress());
     ASSERT_TRUE(connection);
-    EXPECT_EQ(server.onLoop([&] { return connection->mtu; }), GetParam().connectionMtu);
+    EXPECT_EQ(server.onLoop([&] { return connection->mtu(); }), GetParam().connectionMtu);
     EXPECT_EQ(connection->protocolVersion, 11);
     EXPECT_EQ(server.printer->lines(),
               (std::vector<std::string>{"Unconnected: 5", "RakNet protocol: 11", "OpenConnectionReply1"}));
@@ -154,12 +154,12 @@ TEST(ListenerRequestTwoTest, ReplyCarriesTheMtuAfterTheHeaderAllowance) {
     EXPECT_EQ(hexOfBytes(reply), normalized(std::string("08 ") + MAGIC_HEX + " " + hex64(server.listener->id) + " " +
                                             hexAddress(peer.localAddress()) + " 05 5C 00"));
     auto connection = server.connectionOf(peer.localAddress());
-    EXPECT_EQ(server.onLoop([&] { return connection->mtu; }), 1372);
+    EXPECT_EQ(server.onLoop([&] { return connection->mtu(); }), 1372);
 
     // A second request 1 is answered but changes nothing.
     peer.sendOpenConnectionRequest1(10, 600);
     ASSERT_TRUE(peer.nextOffline(0x06));
-    EXPECT_EQ(server.onLoop([&] { return connection->mtu; }), 1372);
+    EXPECT_EQ(server.onLoop([&] { return connection->mtu(); }), 1372);
     EXPECT_EQ(server.connectionOf(peer.localAddress()), connection);
 }
 
@@ -183,7 +183,7 @@ TEST(ListenerRequestTwoTest, IPv6PeerGetsFortyBytesLessAndTheLongAddressForm) {
     ASSERT_TRUE(peer.nextOffline(0x06));
     auto connection = server.connectionOf(peer.localAddress());
     ASSERT_TRUE(connection);
-    EXPECT_EQ(server.onLoop([&] { return connection->mtu; }), 952);
+    EXPECT_EQ(server.onLoop([&] { return connection->mtu(); }), 952);
 
     peer.sendOpenConnectionRequest2(1500);
     auto reply = peer.nextOffline(0x08);
@@ -191,7 +191,7 @@ TEST(ListenerRequestTwoTest, IPv6PeerGetsFortyBytesLessAndTheLongAddressForm) {
     EXPECT_EQ(reply->size(), 1u + 16 + 8 + 29 + 2 + 1);
     EXPECT_EQ(hexOfBytes(reply), normalized(std::string("08 ") + MAGIC_HEX + " " + hex64(server.listener->id) + " " +
                                             hexAddress(peer.localAddress()) + " 05 48 00"));
-    EXPECT_EQ(server.onLoop([&] { return connection->mtu; }), 1352);
+    EXPECT_EQ(server.onLoop([&] { return connection->mtu(); }), 1352);
 }
 
 // --- Protocol versions -------------------------------------------------------------------

@@ -118,7 +118,7 @@ TEST(OfflinePacketTest, NewPacketsStartAtMinusOne) {
     EXPECT_EQ(UnconnectedPong().serverId, -1);
     EXPECT_EQ(OpenConnectionRequest1().mtu, -1);
     EXPECT_EQ(OpenConnectionReply2().serverId, -1);
-    EXPECT_TRUE(UnconnectedPing().magic.empty());
+    EXPECT_FALSE(UnconnectedPing().magic);
 }
 
 TEST(OfflinePacketTest, UnconnectedPongCarriesTheAdvertAsAString) {
