@@ -1,22 +1,37 @@
 #!/usr/bin/env bash
 # Measures the bridge as a user runs it (`ferrylink run`), over 127.0.0.1 only,
-# and prints a Markdown table: join-to-transfer latency for 1, 100 and 1000
-# consoles joining at once, hand-overs per second at saturation, pongs per
-# second against a bare UDP echo, CPU and memory idle and under load, and
-# instructions per join counted by callgrind.
+# side by side with RakNet's own C++ library (the npm package raknet-native)
+# and a bare UDP echo, and prints Markdown tables: join-to-transfer latency
+# for 1, 100 and 1000 consoles joining at once, hand-overs per second at
+# saturation, pongs per second of the bridge, RakNet C++ and the echo, CPU and
+# memory idle and under load, instructions per join counted by callgrind, and
+# the targets met or missed.
 #
-#   bench/run.sh              build (Release, build/release) and measure
-#   bench/run.sh --no-build   measure what is built
+#   bench/run.sh                      build (Release, build/release) and measure
+#   bench/run.sh --no-build           measure what is built
+#   bench/run.sh --bridge PROGRAM     measure another build of `ferrylink`
+#                                     (load_generator still from build/release)
 #
-# Needs valgrind (scripts/install-deps.sh installs it). Every load is bounded
-# in count and time; the whole run takes about five minutes on two cores.
+# Needs valgrind (scripts/install-deps.sh) and npm (scripts/install-deps.sh
+# --browser); bench/install_raknet_native.sh installs the RakNet peer. Every
+# load is bounded in count and time; a run takes about six minutes on two cores.
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=$root/build/release
 bin=$build/bin
+bridge_program=$bin/ferrylink
+build_first=1
+while [[ $# -gt 0 ]]; do
+  case $1 in
+    --no-build) build_first=0 ;;
+    --bridge) bridge_program=$(realpath "$2"); build_first=0; shift ;;
+    *) echo "unknown option $1" >&2; exit 2 ;;
+  esac
+  shift
+done
 
-if [[ "${1:-}" != "--no-build" ]]; then
+if [[ $build_first == 1 ]]; then
   echo "Building (Release) in $build ..." >&2
   # GCC 12 at -O3 reports uninitialised reads, out-of-bounds and overlapping
   # copies inside the standard library that -O2 doesn't (a ByteBuffer moved
@@ -29,6 +44,7 @@ if [[ "${1:-}" != "--no-build" ]]; then
   (cd "$root" && cmake --preset release "-DCMAKE_CXX_FLAGS=${lenient# }" >/dev/null &&
     cmake --build --preset release -j2 --target ferrylink load_generator >/dev/null)
 fi
+"$root/bench/install_raknet_native.sh"
 command -v valgrind >/dev/null || { echo "valgrind is missing: scripts/install-deps.sh installs it" >&2; exit 1; }
 
 work=$(mktemp -d)
@@ -72,22 +88,30 @@ wait_bound() {
 start_bridge() {  # port, then optional wrapper words before the program
   local port=$1
   shift
-  "$@" "$bin/ferrylink" run 127.0.0.1 "$target_port" --listen-host 127.0.0.1 --listen-port "$port" >/dev/null 2>&1 &
+  "$@" "$bridge_program" run 127.0.0.1 "$target_port" --listen-host 127.0.0.1 --listen-port "$port" >/dev/null 2>&1 &
   bridge_pid=$!
   started+=("$bridge_pid")
 }
 
 now() { date +%s.%N; }
 
-echo "Measuring; about five minutes ..." >&2
+echo "Measuring; about six minutes ..." >&2
 port=$("${gen[@]}" free-port)
 start_bridge "$port" "${own_session[@]}"
 wait_bound "$port" 100
 grep -q ferrylink "/proc/$bridge_pid/cmdline" 2>/dev/null || { echo "the bridge isn't process $bridge_pid" >&2; exit 1; }
+raknet_port=$("${gen[@]}" free-port)
+"${own_session[@]}" node "$root/bench/raknet_native/pong_server.js" "$raknet_port" >/dev/null 2>&1 &
+raknet_pid=$!
+started+=("$raknet_pid")
+wait_bound "$raknet_port" 100
 
-# --- Idle, no client ever -----------------------------------------------------------------
+# --- Idle, no client ever: both side by side --------------------------------------------
 sleep 2
-"${gen[@]}" watch --pid "$bridge_pid" --seconds 30 --period 5 >"$work/idle"
+"${gen[@]}" watch --pid "$bridge_pid" --seconds 30 --period 5 >"$work/idle" &
+idle_watch=$!
+"${gen[@]}" watch --pid "$raknet_pid" --seconds 30 --period 5 >"$work/idle-raknet"
+wait "$idle_watch"
 
 # --- Joins --------------------------------------------------------------------------------
 joins() {  # output file, then the options
@@ -113,7 +137,7 @@ for size in "${batches[@]}"; do
   fi
 done
 
-# --- Pongs against the echo ------------------------------------------------------------------
+# --- Pongs: the bridge, RakNet C++ and the echo, rounds interleaved ------------------------
 "${own_session[@]}" "${gen[@]}" echo --seconds 120 >"$work/echo" &
 echo_pid=$!
 started+=("$echo_pid")
@@ -122,7 +146,8 @@ for _ in $(seq 50); do
   sleep 0.1
 done
 echo_port=$(sed -n 's/^port=//p' "$work/echo")
-"${gen[@]}" pings --port "$port" --versus "$echo_port" --seconds 2 --rounds 5 >"$work/pings"
+"${gen[@]}" pings --target "bridge=$port" --target "raknet=$raknet_port" --target "echo=$echo_port" \
+  --seconds 2 --rounds 3 >"$work/pings"
 stop_started
 
 # --- Instructions per join under callgrind -------------------------------------------------
@@ -171,7 +196,7 @@ latency_row() {  # label, file
 }
 
 echo
-echo "Date: $(date -u '+%Y-%m-%d %H:%M UTC'); commit $(git -C "$root" rev-parse --short HEAD 2>/dev/null || echo unknown);" \
+echo "Date: $(date -u '+%Y-%m-%d %H:%M UTC'); bridge $bridge_program, commit $(git -C "$root" rev-parse --short HEAD 2>/dev/null || echo unknown);" \
   "$(nproc) cores, $(awk '/MemTotal/ { printf "%.1f GiB", $2 / 1048576 }' /proc/meminfo) memory;" \
   "load average at the end $(cut -d' ' -f1-3 /proc/loadavg)"
 echo
@@ -188,16 +213,25 @@ printf '| Hand-overs per second at saturation (%s at once, 5 runs) | %s /s | %s 
   "$best" "$(value "$work/batch$best" joins per_s_median)" "$(value "$work/batch$best" joins per_s_p99)" \
   "$(awk -v ms="$(value "$work/batch$best" watch cpu_ms)" -v n="$(value "$work/batch$best" joins transferred)" \
     'BEGIN { printf "%.2f", (n > 0 ? ms / n : 0) }')" "$curve"
-printf '| Unconnected pongs per second, bridge (5 × 2 s) | %s /s | %s /s | %s of the echo |\n' \
-  "$(value "$work/pings" pings per_s_median)" "$(value "$work/pings" pings per_s_p99)" \
-  "$(awk -v a="$(value "$work/pings" pings per_s_median)" -v b="$(value "$work/pings" versus per_s_median)" 'BEGIN { printf "%.0f %%", 100 * a / b }')"
-printf '| UDP echo per second, same loopback (5 × 2 s) | %s /s | %s /s | the ceiling |\n' \
-  "$(value "$work/pings" versus per_s_median)" "$(value "$work/pings" versus per_s_p99)"
-printf '| Idle CPU, no client (6 × 5 s) | %s %% | %s %% | mean %s %% of one core |\n' \
-  "$(value "$work/idle" watch cpu_median_pct)" "$(value "$work/idle" watch cpu_p99_pct)" "$(value "$work/idle" watch cpu_mean_pct)"
-printf '| Idle resident memory | %s | %s | own %s, program and libraries %s |\n' \
-  "$(mib "$(value "$work/idle" watch rss_median_kib)")" "$(mib "$(value "$work/idle" watch rss_max_kib)")" \
-  "$(mib "$(value "$work/idle" watch anon_median_kib)")" "$(mib "$(value "$work/idle" watch file_median_kib)")"
+pongs() { value "$work/pings" "pings target=$1" per_s_median; }
+pongs_min() { value "$work/pings" "pings target=$1" per_s_min; }
+printf '| Unconnected pongs per second, bridge (3 × 2 s) | %s /s | %s /s | %s of RakNet C++, %s of the echo |\n' \
+  "$(pongs bridge)" "$(pongs_min bridge)" \
+  "$(awk -v a="$(pongs bridge)" -v b="$(pongs raknet)" 'BEGIN { printf "%.2f ×", a / b }')" \
+  "$(awk -v a="$(pongs bridge)" -v b="$(pongs echo)" 'BEGIN { printf "%.0f %%", 100 * a / b }')"
+printf '| Unconnected pongs per second, RakNet C++ (3 × 2 s) | %s /s | %s /s | raknet-native 1.2.3, same flood |\n' \
+  "$(pongs raknet)" "$(pongs_min raknet)"
+printf '| UDP echo per second, same loopback (3 × 2 s) | %s /s | %s /s | recvmmsg and sendmmsg: the ceiling |\n' \
+  "$(pongs echo)" "$(pongs_min echo)"
+idle_row() {  # label, file
+  printf '| Idle CPU, %s (6 × 5 s) | %s %% | %s %% | mean %s %% of one core |\n' "$1" \
+    "$(value "$2" watch cpu_median_pct)" "$(value "$2" watch cpu_p99_pct)" "$(value "$2" watch cpu_mean_pct)"
+  printf '| Idle resident memory, %s | %s | %s | own %s, program and libraries %s |\n' "$1" \
+    "$(mib "$(value "$2" watch rss_median_kib)")" "$(mib "$(value "$2" watch rss_max_kib)")" \
+    "$(mib "$(value "$2" watch anon_median_kib)")" "$(mib "$(value "$2" watch file_median_kib)")"
+}
+idle_row "bridge, no client" "$work/idle"
+idle_row "RakNet C++, no client" "$work/idle-raknet"
 printf '| CPU during 1000 at once (250 ms windows) | %s %% | %s %% | peak %s %%, %s ms in all |\n' \
   "$(value "$work/join1000" watch cpu_median_pct)" "$(value "$work/join1000" watch cpu_p99_pct)" \
   "$(value "$work/join1000" watch cpu_max_pct)" "$(value "$work/join1000" watch cpu_ms)"
@@ -206,6 +240,28 @@ printf '| Resident memory during 1000 at once | %s | %s | own %s, high-water mar
   "$(mib "$(value "$work/join1000" watch anon_median_kib)")" "$(mib "$(value "$work/join1000" watch hwm_kib)")"
 printf '| Instructions per complete join (callgrind, %s joins) | %s | %s | idle: %s per second |\n' \
   "$joins_counted" "$(millions "$ir_median")" "$(millions "$ir_p99")" "$(millions "$idle_rate")"
+
+# --- Targets ----------------------------------------------------------------------------------
+check() {  # label, measured, met (1 or 0)
+  printf '| %s | %s | %s |\n' "$1" "$2" "$( [[ $3 == 1 ]] && echo met || echo missed)"
+}
+le() { awk -v a="$1" -v b="$2" 'BEGIN { exit !(a + 0 <= b + 0) }' && echo 1 || echo 0; }
+ratio=$(awk -v a="$(pongs bridge)" -v b="$(pongs raknet)" 'BEGIN { printf "%.2f", a / b }')
+rss_idle=$(value "$work/idle" watch rss_median_kib)
+all_1000=$(( $(value "$work/join1000" joins failed) == 0 ))
+drops_1000=$(value "$work/join1000" watch drops)
+echo
+echo "| Target | Measured | |"
+echo "|---|---|---|"
+check "Pongs ≥ 2 × RakNet C++" "$ratio ×" "$(le 2 "$ratio")"
+check "1 console: p50 ≤ 10 ms" "$(value "$work/join1" joins median_ms) ms" "$(le "$(value "$work/join1" joins median_ms)" 10)"
+check "100 at once: p99 ≤ 100 ms" "$(value "$work/join100" joins p99_ms) ms" "$(le "$(value "$work/join100" joins p99_ms)" 100)"
+check "1000 at once: all handed over" "$(value "$work/join1000" joins transferred) of $(( $(value "$work/join1000" joins transferred) + $(value "$work/join1000" joins failed) ))" "$all_1000"
+check "1000 at once: p99 ≤ 1 s" "$(value "$work/join1000" joins p99_ms) ms" "$(le "$(value "$work/join1000" joins p99_ms)" 1000)"
+check "1000 at once: no datagram dropped" "$drops_1000 dropped" "$(le "$drops_1000" 0)"
+check "Idle: ≤ 0.2 % of a core" "$(value "$work/idle" watch cpu_mean_pct) %" "$(le "$(value "$work/idle" watch cpu_mean_pct)" 0.2)"
+check "Idle: ≤ 8 MiB resident" "$(mib "$rss_idle")" "$(le "$rss_idle" 8192)"
+check "Instructions per join ≤ 5.82 M" "$(millions "$ir_median")" "$(le "$ir_median" 5820000)"
 
 if [[ -s "$work/problems" ]]; then
   echo
