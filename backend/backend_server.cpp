@@ -17,6 +17,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "app/web/http_connections.h"
 #include "app/web/json_http.h"
 
 namespace ferrylink::backend {
@@ -27,6 +28,23 @@ using httplib::Response;
 using nlohmann::json;
 
 using http::HttpError;
+
+// Idle or slow clients get a moment each and no more; a host that opens
+// many connections is turned away before it crowds out the others.
+// What a note of a run may hold, and how many are kept for how long.
+constexpr std::size_t kMaxNoteBytes = 4096;
+constexpr std::size_t kMaxNoteFieldBytes = 255;
+constexpr std::size_t kKeptNotes = 100'000;
+constexpr std::int64_t kNoteAgeMs = 90LL * 24 * 3600 * 1000;
+
+constexpr http::ConnectionLimits kConnectionLimits{
+    .workers = 16,
+    .maxConnections = 256,
+    .maxPerAddress = 16,
+    .idleTimeout = std::chrono::seconds(5),
+    .requestTimeout = std::chrono::seconds(10),
+    .writeTimeout = std::chrono::seconds(10),
+};
 
 void sendArray(Response& response, Json array) {
     // The lists change whenever the operator edits them; nothing may keep a
@@ -51,8 +69,8 @@ std::string hostForUrl(const std::string& address) {
 }  // namespace
 
 BackendServer::BackendServer(Store& store, const std::filesystem::path& certificate,
-                             const std::filesystem::path& privateKey)
-    : store_(store), routes_(std::make_unique<http::RouteTable>()) {
+                             const std::filesystem::path& privateKey, NoteBudget::Limits noteLimits)
+    : store_(store), routes_(std::make_unique<http::RouteTable>()), noteBudget_(std::make_unique<NoteBudget>(noteLimits)) {
     // A client that hangs up in the middle of an answer must not end the
     // process; a handler the embedding program installed is left alone.
     struct sigaction current {};
@@ -62,7 +80,7 @@ BackendServer::BackendServer(Store& store, const std::filesystem::path& certific
     // The files are loaded here rather than by httplib so that a failure can
     // say which file is wrong and why.
     std::string failure;
-    server_ = std::make_unique<httplib::SSLServer>([&](SSL_CTX& context) {
+    server_ = std::make_unique<http::LimitedHttpsServer>(kConnectionLimits, [&](SSL_CTX& context) {
         SSL_CTX_set_options(&context, SSL_OP_NO_COMPRESSION | SSL_OP_NO_SESSION_RESUMPTION_ON_RENEGOTIATION);
         SSL_CTX_set_min_proto_version(&context, TLS1_2_VERSION);
         ERR_clear_error();
@@ -104,18 +122,32 @@ void BackendServer::setLogSink(LogSink sink) {
 
 void BackendServer::installRoutes() {
     routes_->add({"POST", "/postLog", [this](const Request& request, Response& response) {
+        const std::int64_t now = currentTimeMilliseconds();
+        if (request.body.size() > kMaxNoteBytes) {
+            throw HttpError{413, "a note is " + std::to_string(kMaxNoteBytes) + " bytes at most"};
+        }
         const json body = http::objectBody(request);
         LogEntry entry;
-        entry.serverIp = http::stringMember(body, "serverIp");
-        entry.serverPort = http::stringMember(body, "serverPort");
-        entry.clientIp = http::stringMember(body, "clientIp");
-        entry.receivedAtMs = currentTimeMilliseconds();
+        for (auto [name, field] : {std::pair{"serverIp", &entry.serverIp}, std::pair{"serverPort", &entry.serverPort},
+                                   std::pair{"clientIp", &entry.clientIp}}) {
+            *field = http::stringMember(body, name);
+            if (field->size() > kMaxNoteFieldBytes) {
+                throw HttpError{400, std::string("the member '") + name + "' is over " +
+                                         std::to_string(kMaxNoteFieldBytes) + " bytes"};
+            }
+        }
+        if (auto wait = noteBudget_->take(request.remote_addr, now)) {
+            response.set_header("Retry-After", std::to_string(*wait));
+            throw HttpError{429, "too many notes; try again in " + std::to_string(*wait) + " s"};
+        }
+        entry.receivedAtMs = now;
         entry.remoteAddress = request.remote_addr;
         entry.contentType = request.get_header_value("Content-Type");
         entry.accept = request.get_header_value("Accept");
         entry.userAgent = request.get_header_value("User-Agent");
         entry.body = request.body;
         const LogEntry stored = store_.addLogEntry(entry);
+        store_.pruneLogEntries(kKeptNotes, now - kNoteAgeMs);
         http::sendJson(response, 201, {{"id", stored.id}});
     }});
     routes_->add({"GET", "/getStatus", [this](const Request&, Response& response) {
@@ -187,6 +219,7 @@ int BackendServer::bind(const std::string& address, int port) {
         const int error = errno;
         throw ServerError("cannot listen on " + where + (error != 0 ? std::string(": ") + std::strerror(error) : ""));
     }
+    server_->widenBacklog();
     return bound;
 }
 
@@ -220,8 +253,8 @@ void BackendServer::stop() {
 
 BackendServerThread::BackendServerThread(Store& store, const std::filesystem::path& certificate,
                                          const std::filesystem::path& privateKey, const std::string& address,
-                                         int port, LogSink logSink)
-    : server_(store, certificate, privateKey), address_(address) {
+                                         int port, LogSink logSink, NoteBudget::Limits noteLimits)
+    : server_(store, certificate, privateKey, noteLimits), address_(address) {
     server_.setLogSink(std::move(logSink));
     port_ = server_.bind(address, port);
     thread_ = std::thread([this] { server_.run(); });

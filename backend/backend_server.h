@@ -22,6 +22,7 @@
 #include <string_view>
 #include <thread>
 
+#include "backend/note_budget.h"
 #include "backend/store.h"
 
 namespace httplib {
@@ -30,6 +31,8 @@ class SSLServer;
 
 namespace ferrylink::http {
 class RouteTable;
+template <typename Base>
+class LimitedServer;
 }
 
 namespace ferrylink::backend {
@@ -50,7 +53,7 @@ public:
     // Loads the PEM certificate chain and private key; throws ServerError
     // when either can't be used. The store must outlive the server.
     BackendServer(Store& store, const std::filesystem::path& certificate,
-                  const std::filesystem::path& privateKey);
+                  const std::filesystem::path& privateKey, NoteBudget::Limits noteLimits = {});
     ~BackendServer();
     BackendServer(const BackendServer&) = delete;
     BackendServer& operator=(const BackendServer&) = delete;
@@ -75,7 +78,8 @@ private:
 
     Store& store_;
     std::unique_ptr<http::RouteTable> routes_;
-    std::unique_ptr<httplib::SSLServer> server_;
+    std::unique_ptr<NoteBudget> noteBudget_;
+    std::unique_ptr<http::LimitedServer<httplib::SSLServer>> server_;
     LogSink logSink_;
 
     std::mutex stateMutex_;
@@ -89,7 +93,7 @@ class BackendServerThread {
 public:
     BackendServerThread(Store& store, const std::filesystem::path& certificate,
                         const std::filesystem::path& privateKey, const std::string& address = "127.0.0.1",
-                        int port = 0, LogSink logSink = nullptr);
+                        int port = 0, LogSink logSink = nullptr, NoteBudget::Limits noteLimits = {});
     ~BackendServerThread();
     BackendServerThread(const BackendServerThread&) = delete;
     BackendServerThread& operator=(const BackendServerThread&) = delete;

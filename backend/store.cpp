@@ -356,6 +356,16 @@ LogEntry Store::addLogEntry(const LogEntry& entry) {
     return stored;
 }
 
+void Store::pruneLogEntries(std::size_t keep, std::int64_t notBeforeMs) {
+    std::lock_guard lock(mutex_);
+    // Ids grow with time, so both cuts are a range of ids at the old end.
+    Statement prune(database_,
+                    "DELETE FROM run_log WHERE id <= (SELECT coalesce(max(id), 0) FROM run_log) - ?1 "
+                    "OR id <= (SELECT coalesce(max(id), 0) FROM run_log WHERE received_at_ms < ?2)");
+    prune.bind(1, static_cast<std::int64_t>(keep)).bind(2, notBeforeMs);
+    prune.step();
+}
+
 std::vector<LogEntry> Store::logEntries(std::optional<std::size_t> newestCount) const {
     std::lock_guard lock(mutex_);
     // The newest N by id, then handed back in the order they came.

@@ -66,6 +66,9 @@ public:
 
     // Runs reported by the app, oldest first. A limit keeps the newest ones.
     LogEntry addLogEntry(const LogEntry& entry);
+    // Drops every note but the newest `keep`, and those received before
+    // `notBeforeMs`.
+    void pruneLogEntries(std::size_t keep, std::int64_t notBeforeMs);
     std::vector<LogEntry> logEntries(std::optional<std::size_t> newestCount = std::nullopt) const;
 
 private:

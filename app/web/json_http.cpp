@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
+#include <optional>
 #include <exception>
 
 namespace ferrylink::http {
@@ -56,6 +58,18 @@ void closeIfBodyUnread(const httplib::Request& request, httplib::Response& respo
 void refuseEarly(const httplib::Request& request, httplib::Response& response, const HttpError& error) {
     sendError(response, error);
     closeIfBodyUnread(request, response);
+}
+
+// The announced body length when it is a number; none otherwise (httplib
+// refuses the rest).
+std::optional<unsigned long long> contentLength(const httplib::Request& request) {
+    std::string text = request.get_header_value("Content-Length");
+    unsigned long long length = 0;
+    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), length);
+    if (text.empty() || error != std::errc() || end != text.data() + text.size()) {
+        return std::nullopt;
+    }
+    return length;
 }
 
 }  // namespace
@@ -168,13 +182,18 @@ void RouteTable::install(httplib::Server& server, BodyLimit limit, Guard guard, 
     server.set_payload_max_length(limit.maxBodyBytes);
     // Decided before httplib reads a body: a refused request is answered at
     // once, whatever it carries or announces.
-    server.set_pre_routing_handler([this, guard](const httplib::Request& request, httplib::Response& response) {
+    server.set_pre_routing_handler([this, limit, guard](const httplib::Request& request, httplib::Response& response) {
         try {
             const Route* route = anyOf(request.path);
             if (guard) {
                 guard(request, route);
             }
             find(request.method, request.path);
+            // Answered before a byte of it is read; the connection's gentle
+            // close lets the client read the answer.
+            if (auto length = contentLength(request); length && *length > limit.maxBodyBytes) {
+                throw HttpError{413, libraryRefusal(413, limit.maxBodyBytes)};
+            }
         } catch (const HttpError& error) {
             refuseEarly(request, response, error);
             return httplib::Server::HandlerResponse::Handled;

@@ -71,7 +71,8 @@ struct BodyLimit {
 
 // The routes of one server. Installed on an httplib server, it answers a
 // path it doesn't know with 404 and a known path with another method with 405
-// and Allow, before a byte of the body is read. A handler refuses by throwing HttpError;
+// and Allow, before a byte of the body is read, and a Content-Length over
+// the limit with 413. A handler refuses by throwing HttpError;
 // anything else it throws is a 500.
 class RouteTable {
 public:

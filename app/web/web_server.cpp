@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "app/web/access_token.h"
+#include "app/web/http_connections.h"
 #include "app/web/json_http.h"
 #include "app/web/main_queue_gate.h"
 #include "app/web/request_guard.h"
@@ -24,9 +25,13 @@ using foundation::DispatchQueue;
 
 namespace {
 
-// Threads for connections: every open stream holds one for as long as it
-// is open, and browsers keep a few idle connections besides.
-constexpr size_t kConnectionThreads = 64;
+// Every open event stream holds a worker for as long as it is open; a phone
+// or a desktop has a few pages open at most.
+constexpr http::ConnectionLimits kConnectionLimits{
+    .workers = 32,
+    .maxConnections = 128,
+    .maxPerAddress = 32,
+};
 
 std::string tokenFor(const WebServerOptions& options, bool loopback) {
     if (!options.fixedToken.empty()) {
@@ -99,13 +104,7 @@ public:
         session_->start();
         routes_ = webRoutes(session_, gate_, options_.keepalive, guard_.token());
 
-        http_.new_task_queue = [] { return new httplib::ThreadPool(kConnectionThreads); };
         http_.set_tcp_nodelay(true);
-        // One request per connection, and a connection that brings none
-        // within a second is dropped: an idle connection holds a thread until
-        // then, and stop() waits for every thread.
-        http_.set_keep_alive_max_count(1);
-        http_.set_keep_alive_timeout(1);
         routes_.install(http_, http::BodyLimit{}, [this](const httplib::Request& request, const http::Route* route) {
             guard_.check(request, route == nullptr || route->guarded, route != nullptr && isDocumentRoute(*route));
         });
@@ -123,6 +122,7 @@ public:
             throw WebServerError("cannot listen on " + urlHost(listen.host) + ":" + std::to_string(listen.port) +
                                  (error != 0 ? std::string(": ") + std::strerror(error) : std::string()));
         }
+        http_.widenBacklog();
         listener_ = std::thread([this] { http_.listen_after_bind(); });
     }
 
@@ -188,7 +188,7 @@ private:
     MainQueueGate gate_;
     std::shared_ptr<WebSession> session_;
     http::RouteTable routes_;
-    httplib::Server http_;
+    http::LimitedHttpServer http_{kConnectionLimits};
     std::thread listener_;
     int port_ = -1;
     std::atomic<bool> stopped_{false};

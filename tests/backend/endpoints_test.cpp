@@ -6,7 +6,10 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <openssl/ssl.h>
+#include <arpa/inet.h>
 #include <sqlite3.h>
+#include <sys/socket.h>
+#include <unistd.h>
 #include <stdlib.h>
 
 #include <chrono>
@@ -131,7 +134,7 @@ TEST_F(EndpointsTest, PostLogKeepsEveryNoteOfConcurrentClients) {
         clients.emplace_back([this, c] {
             httplib::SSLClient own("127.0.0.1", server.port());
             trustTestAuthority(own);
-            for (int i = 0; i < 10; ++i) {
+            for (int i = 0; i < 5; ++i) {
                 const json note = {{"serverIp", "host" + std::to_string(c)}, {"serverPort", ""}, {"clientIp", "c"}};
                 const auto response = own.Post("/postLog", note.dump(), "application/json");
                 EXPECT_TRUE(response && response->status == 201);
@@ -141,7 +144,26 @@ TEST_F(EndpointsTest, PostLogKeepsEveryNoteOfConcurrentClients) {
     for (auto& thread : clients) {
         thread.join();
     }
-    EXPECT_EQ(store.logEntries().size(), 40u);
+    EXPECT_EQ(store.logEntries().size(), 20u);
+}
+
+TEST(BackendServerTest, PostLogTakesSoManyNotesFromOneClientAMinute) {
+    Store store(":memory:");
+    const auto& certificate = TestCertificate::shared();
+    BackendServerThread server(store, certificate.serverCertificate(), certificate.serverKey(), "127.0.0.1", 0, nullptr,
+                               {.perAddressPerMinute = 2});
+    httplib::SSLClient client("127.0.0.1", server.port());
+    trustTestAuthority(client);
+    const std::string note = R"({"serverIp": "a", "serverPort": "1", "clientIp": "c"})";
+    std::vector<int> statuses;
+    for (int i = 0; i < 3; ++i) {
+        statuses.push_back(client.Post("/postLog", note, "application/json")->status);
+    }
+    EXPECT_THAT(statuses, ::testing::ElementsAre(201, 201, 429));
+    EXPECT_EQ(store.logEntries().size(), 2u);
+    const auto tooLong = client.Post("/postLog", R"({"serverIp": ")" + std::string(300, 'a') + R"(", "serverPort": "1", "clientIp": "c"})",
+                                     "application/json");
+    EXPECT_EQ(tooLong->status, 400);
 }
 
 struct Refusal {
@@ -224,6 +246,37 @@ std::string exchangeRaw(int port, const std::string& bytes) {
         }
     }
     return answer;
+}
+
+TEST_F(EndpointsTest, AHugeContentLengthIsRefusedBeforeAnyOfItComes) {
+    const std::string answer = exchangeRaw(server.port(), "POST /postLog HTTP/1.1\r\nHost: 127.0.0.1\r\n"
+                                                          "Content-Type: application/json\r\n"
+                                                          "Content-Length: 1000000000000\r\n\r\n");
+    EXPECT_THAT(answer, ::testing::StartsWith("HTTP/1.1 413"));
+    expectStillServing();
+}
+
+// Connections from one host that never send a byte: those over its share
+// are closed at once, the rest hold no thread, and another host is served.
+TEST_F(EndpointsTest, IdleConnectionsOfOneHostLeaveOthersServed) {
+    std::vector<int> idle;
+    for (int i = 0; i < 64; ++i) {
+        int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        ::inet_pton(AF_INET, "127.0.0.2", &address.sin_addr);
+        ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address));
+        ::inet_pton(AF_INET, "127.0.0.1", &address.sin_addr);
+        address.sin_port = htons(static_cast<uint16_t>(server.port()));
+        ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+        idle.push_back(fd);
+    }
+    for (int i = 0; i < 3; ++i) {
+        expectStillServing();
+    }
+    for (int fd : idle) {
+        ::close(fd);
+    }
 }
 
 TEST_F(EndpointsTest, GarbledRequestAndDistrustfulClientLeaveTheServerServing) {

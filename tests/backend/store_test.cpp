@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <string>
 
+#include "backend/note_budget.h"
 #include "backend/store.h"
 
 namespace ferrylink::backend {
@@ -31,13 +32,28 @@ TEST(StoreTest, PartnersKeepTheOrderAddedAcrossRemovals) {
                                               Field(&PartneredServer::title, "fourth")));
 }
 
-TEST(StoreTest, LogLimitKeepsTheNewestInTheOrderReceived) {
+TEST(StoreTest, LogLimitKeepsTheNewestInTheOrderReceivedAndPruningDropsTheOldest) {
     Store store(":memory:");
     for (int i = 1; i <= 5; ++i) {
         store.addLogEntry({.receivedAtMs = i, .serverIp = "host" + std::to_string(i)});
     }
     EXPECT_THAT(store.logEntries(2),
                 ElementsAre(Field(&LogEntry::serverIp, "host4"), Field(&LogEntry::serverIp, "host5")));
+    store.pruneLogEntries(4, 0);
+    EXPECT_EQ(store.logEntries().front().serverIp, "host2");
+    store.pruneLogEntries(10, 4);
+    EXPECT_THAT(store.logEntries(),
+                ElementsAre(Field(&LogEntry::serverIp, "host4"), Field(&LogEntry::serverIp, "host5")));
+}
+
+TEST(NoteBudgetTest, CountsPerAddressAndInAllWithinAMinute) {
+    NoteBudget budget({.perAddressPerMinute = 2, .totalPerMinute = 3});
+    EXPECT_EQ(budget.take("a", 60'000), std::nullopt);
+    EXPECT_EQ(budget.take("a", 60'001), std::nullopt);
+    EXPECT_EQ(budget.take("a", 60'002), 60);  // seconds to the next minute
+    EXPECT_EQ(budget.take("b", 90'000), std::nullopt);
+    EXPECT_EQ(budget.take("c", 119'500), 1);  // all of the minute's three are gone
+    EXPECT_EQ(budget.take("a", 120'000), std::nullopt);
 }
 
 TEST(StoreTest, FileKeepsEverythingAcrossReopeningAndAPathWithoutAFolderIsAnError) {
