@@ -15,14 +15,12 @@
 
 #include "backend/records.h"
 
-struct sqlite3;
+#include "app/sqlite_database.h"
 
 namespace ferrylink::backend {
 
-class StoreError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
+// A failure of the database, with SQLite's own words for it.
+using StoreError = app::StoreError;
 
 // The fields of a partnered server to change; absent ones stay as they are.
 struct PartnerChanges {
@@ -36,7 +34,8 @@ struct PartnerChanges {
 };
 
 // Safe to call from any thread: one connection, used under one mutex. Every
-// failure of the database is thrown as a StoreError.
+// failure of the database is thrown as a StoreError, a layout of another
+// version as std::runtime_error.
 class Store {
 public:
     // Opens the file, creating it and its tables when missing. ":memory:"
@@ -72,9 +71,7 @@ public:
     std::vector<LogEntry> logEntries(std::optional<std::size_t> newestCount = std::nullopt) const;
 
 private:
-    void createSchema();
-
-    sqlite3* database_ = nullptr;
+    std::unique_ptr<app::SqliteDatabase> database_;
     mutable std::mutex mutex_;
 };
 

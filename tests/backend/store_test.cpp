@@ -56,7 +56,7 @@ TEST(NoteBudgetTest, CountsPerAddressAndInAllWithinAMinute) {
     EXPECT_EQ(budget.take("a", 120'000), std::nullopt);
 }
 
-TEST(StoreTest, FileKeepsEverythingAcrossReopeningAndAPathWithoutAFolderIsAnError) {
+TEST(StoreTest, FileKeepsEverythingAcrossReopeningAndAPathThroughAFileIsAnError) {
     std::string pattern = (std::filesystem::temp_directory_path() / "ferrylink-store-XXXXXX").string();
     const std::filesystem::path directory = mkdtemp(pattern.data());
     {
@@ -71,7 +71,7 @@ TEST(StoreTest, FileKeepsEverythingAcrossReopeningAndAPathWithoutAFolderIsAnErro
     EXPECT_THAT(reopened.blocked(), ElementsAre(Field(&BlacklistServer::ip, "b")));
     EXPECT_THAT(reopened.messages(), ElementsAre(Field(&Message::message, "line one\nline two")));
     EXPECT_THAT(reopened.logEntries(), ElementsAre(Field(&LogEntry::body, "{\n}")));
-    EXPECT_THROW(Store(directory / "missing" / "backend.db"), StoreError);
+    EXPECT_THROW(Store(directory / "backend.db" / "backend.db"), StoreError);
     std::filesystem::remove_all(directory);
 }
 
