@@ -68,72 +68,80 @@ protected:
     std::shared_ptr<ConectionForm> form_;
 };
 
-TEST_F(ConectionFormTest, CleansSchemeCaseAndTypedPort) {
-    press("HTTPS://Example.COM:19133/", "abc19132");
-    EXPECT_EQ(nameChecks_, std::vector<std::string>{"example.com 19132"});
-    auto bridge = lastBridge();
-    ASSERT_TRUE(bridge);
-    EXPECT_EQ(bridge->arguments.transferHost, "example.com");
-    EXPECT_EQ(bridge->arguments.transferPort, 19132);
-    onMain([&] {
-        EXPECT_EQ(serverState_->get(), "Server is running and will transfer to example.com:19132!");
-        // The fields keep what the user typed.
-        EXPECT_EQ(form_->info().ip.get(), "HTTPS://Example.COM:19133/");
-        EXPECT_EQ(form_->info().port.get(), "abc19132");
-    });
-}
-
-// What reaches the name check; none of these resolves, so each ends in the
-// invalid address alert.
-TEST_F(ConectionFormTest, CleaningExamples) {
+// Where one press leads: the alert it raises, or the name check it asks
+// (after cleaning) and the run it starts, or nothing at all. The page's
+// journeys cover the alerts' texts; this covers the cleaning rules.
+TEST_F(ConectionFormTest, EachPressLeadsToItsAlertOrItsCheckedRun) {
     const struct {
         const char* host;
         const char* port;
-        const char* checked;
-    } examples[] = {
-        {"example.com/x", "19132", "example.com/x 19132"},  // no colon: the path stays
-        {"http://https://x", "19132", "x 19132"},           // the second test sees what the first left
-        {"x.http://y", "19132", "x.http 19132"},            // no prefix, nothing removed; the colon still cuts
-        {"2001:db8::1", "19132", "2001 19132"},             // an IPv6 literal is cut at its first colon
-        {":::", "19132", "::: 19132"},                      // no pieces: the colons stay
-        {"  My Server.Example ", "19132", "myserver.example 19132"},
-        {"\u00C9COLE.example", "19132", "\u00E9cole.example 19132"},
-        {"10.0.0.1", "1234567", "10.0.0.1 123456"},
+        bool resolves;
+        const char* checked;  // what reaches the name check; "" for nothing
+        const char* outcome;  // "run", "invalid", "java", "empty" or "silent"
+    } presses[] = {
+        {"HTTPS://Example.COM:19133/", "abc19132", true, "example.com 19132", "run"},
+        {"10.0.0.1", "", true, "10.0.0.1 19132", "run"},
+        {"example.com/x", "19132", false, "example.com/x 19132", "invalid"},  // no colon: the path stays
+        {"http://https://x", "19132", false, "x 19132", "invalid"},  // the second test sees what the first left
+        {"x.http://y", "19132", false, "x.http 19132", "invalid"},   // no prefix, nothing removed; the colon cuts
+        {"2001:db8::1", "19132", false, "2001 19132", "invalid"},    // an IPv6 literal is cut at its first colon
+        {":::", "19132", false, "::: 19132", "invalid"},             // no pieces: the colons stay
+        {"  My Server.Example ", "19132", false, "myserver.example 19132", "invalid"},
+        {"\u00C9COLE.example", "19132", false, "\u00E9cole.example 19132", "invalid"},
+        {"10.0.0.1", "1234567", false, "10.0.0.1 123456", "invalid"},
+        {"mc.HYPIXEL.net", "19132", true, "", "java"},
+        {"blocked.example", "19132", true, "", "java"},
+        {" http:// ", "19132", true, "", "empty"},
+        {"api.backend.example", "19132", true, "", "silent"},
     };
-    resolves_ = false;
-    for (const auto& example : examples) {
+    onMain([&] { blacklist_->servers.set({{"blocked.example"}}); });
+    for (const auto& each : presses) {
         nameChecks_.clear();
-        bool alert = false;
-        press(example.host, example.port);
+        bridges_.built->clear();
+        resolves_ = each.resolves;
+        press(each.host, each.port);
+        std::string outcome = "silent";
+        std::vector<std::string> checked;
         onMain([&] {
-            alert = form_->invalidIp.get();
-            form_->invalidIp.set(false);
+            checked = nameChecks_;
+            for (auto [flag, name] : {std::pair{&form_->invalidIp, "invalid"}, {&form_->hypixelAlert, "java"},
+                                      {&form_->emptyIpAlert, "empty"}}) {
+                if (flag->get()) {
+                    outcome = name;
+                    flag->set(false);
+                }
+            }
+            if (runningServer_->server.get()) {
+                outcome = "run";
+                form_->runOrStop();  // Stop passes the same checks
+            }
         });
-        EXPECT_EQ(nameChecks_, std::vector<std::string>{example.checked}) << example.host;
-        EXPECT_TRUE(alert) << example.host;
+        EXPECT_EQ(outcome, each.outcome) << each.host;
+        EXPECT_EQ(checked, *each.checked ? std::vector<std::string>{each.checked} : std::vector<std::string>{})
+            << each.host;
+        ASSERT_TRUE(runMainUntil([&] { return serverState_->getUnchecked() == kServerNotRunning; }));
     }
-    EXPECT_FALSE(running());
 }
 
-TEST_F(ConectionFormTest, EmptyPortTransfersTo19132ButShowsAndPostsEmpty) {
-    press("10.0.0.1", "");
-    EXPECT_EQ(nameChecks_, std::vector<std::string>{"10.0.0.1 19132"});
-    EXPECT_EQ(lastBridge()->arguments.transferPort, 19132);
-    onMain([&] { EXPECT_EQ(serverState_->get(), "Server is running and will transfer to 10.0.0.1:!"); });
-    EXPECT_EQ(bridges_.events->at(3), "postLog 10.0.0.1 ''");
-}
-
+// The fields keep what was typed; the run, the status line and the note to
+// the backend get the cleaned values, an empty port shown and posted empty.
 TEST_F(ConectionFormTest, StartRunsItsStepsInOrder) {
-    press("play.example.net", "19133");
-    EXPECT_EQ(*bridges_.events, (std::vector<std::string>{"keyboard", "construct", "printer",
-                                                          "postLog play.example.net '19133'", "start"}));
+    press("HTTPS://Play.Example.NET:1/", "");
+    EXPECT_EQ(*bridges_.events,
+              (std::vector<std::string>{"keyboard", "construct", "printer", "postLog play.example.net ''", "start"}));
     auto bridge = lastBridge();
+    EXPECT_EQ(bridge->arguments.transferHost, "play.example.net");
+    EXPECT_EQ(bridge->arguments.transferPort, 19132);
     EXPECT_FALSE(bridge->arguments.oneTransfer);
     EXPECT_TRUE(bridge->arguments.resolveIp);
     EXPECT_EQ(bridge->arguments.hostPort, 0);
     EXPECT_EQ(bridge->arguments.hostIp, "127.0.0.1");
     EXPECT_EQ(bridge->printer, std::shared_ptr<raknet::Printer>(&form_->output(), [](auto*) {}));
-    onMain([&] { EXPECT_EQ(bridge->group, groupModel_->group.get()); });
+    onMain([&] {
+        EXPECT_EQ(bridge->group, groupModel_->group.get());
+        EXPECT_EQ(serverState_->get(), "Server is running and will transfer to play.example.net:!");
+        EXPECT_EQ(form_->info().ip.get(), "HTTPS://Play.Example.NET:1/");
+    });
 }
 
 TEST_F(ConectionFormTest, ARunThatFindsNoPortShowsWhyAndIsNotRunning) {
@@ -145,55 +153,6 @@ TEST_F(ConectionFormTest, ARunThatFindsNoPortShowsWhyAndIsNotRunning) {
         EXPECT_TRUE(form_->bindFailedAlert.get());
         EXPECT_EQ(form_->bindFailure.get(), "Another Ferrylink is already listening on UDP port 19132.");
     });
-    EXPECT_EQ(lastBridge()->stops, 0);
-}
-
-TEST_F(ConectionFormTest, EmptyHostTogglesItsAlert) {
-    bool afterFirst = false;
-    bool afterSecond = true;
-    press(" http:// ", "19132");
-    onMain([&] { afterFirst = form_->emptyIpAlert.get(); });
-    press("", "19132");
-    onMain([&] { afterSecond = form_->emptyIpAlert.get(); });
-    EXPECT_TRUE(afterFirst);
-    EXPECT_FALSE(afterSecond);
-    EXPECT_TRUE(nameChecks_.empty());
-}
-
-TEST_F(ConectionFormTest, JavaNetworkAndBlocklistedHostsGetTheJavaAlert) {
-    onMain([&] { blacklist_->servers.set({{"blocked.example"}}); });
-    for (const char* host : {"mc.HYPIXEL.net", "blocked.example"}) {
-        bool alert = false;
-        press(host, "19132");
-        onMain([&] {
-            alert = form_->hypixelAlert.get();
-            form_->hypixelAlert.set(false);
-        });
-        EXPECT_TRUE(alert) << host;
-    }
-    EXPECT_TRUE(nameChecks_.empty());
-    EXPECT_FALSE(running());
-}
-
-TEST_F(ConectionFormTest, BackendHostIsRefusedWithoutAWord) {
-    press("api.backend.example", "19132");
-    onMain([&] {
-        EXPECT_FALSE(form_->emptyIpAlert.get());
-        EXPECT_FALSE(form_->hypixelAlert.get());
-        EXPECT_FALSE(form_->invalidIp.get());
-    });
-    EXPECT_TRUE(nameChecks_.empty());
-    EXPECT_TRUE(bridges_.events->empty());
-}
-
-TEST_F(ConectionFormTest, StopWithAnEmptiedFieldShowsTheAlertAndKeepsRunning) {
-    press("10.0.0.1", "19132");
-    ASSERT_TRUE(running());
-    bool alert = false;
-    press("", "19132");
-    onMain([&] { alert = form_->emptyIpAlert.get(); });
-    EXPECT_TRUE(alert);
-    EXPECT_TRUE(running());
     EXPECT_EQ(lastBridge()->stops, 0);
 }
 
