@@ -1,13 +1,8 @@
 #include "app/backend_client.h"
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <httplib.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <atomic>
 #include <map>
 #include <regex>
 #include <thread>
@@ -34,19 +29,6 @@ std::shared_ptr<BackendSession> sessionFor(int port, bool trustTestAuthority = t
         endpoint.caFile = TestCertificate::shared().caCertificate();
     }
     return std::make_shared<BackendSession>(endpoint);
-}
-
-// A loopback port with nothing listening on it.
-int deadPort() {
-    int socket = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    socklen_t length = sizeof address;
-    ::getsockname(socket, reinterpret_cast<sockaddr*>(&address), &length);
-    ::close(socket);
-    return ntohs(address.sin_port);
 }
 
 // The real backend, in process, on 127.0.0.1 with a test certificate.
@@ -77,25 +59,6 @@ TEST_F(RealBackend, BlacklistIsFetchedOnceAndMatchedExactly) {
         blacklist->fetchBlacklist();
         EXPECT_EQ(session_->requestsStarted(), before);
     });
-}
-
-TEST_F(RealBackend, MessagesArriveBeforeTheirCompletion) {
-    store_.addMessage("1.19.50", "Read me");
-    store_.addMessage("1.20.0", "Not for this version");
-    auto messages = Messages::make(session_);
-    std::vector<Message> seenByCompletion;
-    int completions = 0;
-    onMain([&] {
-        messages->fetchMessages([&] {
-            ++completions;
-            seenByCompletion = messages->messages.get();
-        });
-    });
-    ASSERT_TRUE(runMainUntil([&] { return completions == 1; }));
-    ASSERT_EQ(seenByCompletion.size(), 1u);
-    EXPECT_EQ(seenByCompletion[0].message, "Read me");
-    EXPECT_EQ(seenByCompletion[0].version, "1.19.50");
-    EXPECT_TRUE(messages->fetched());
 }
 
 TEST_F(RealBackend, StatusRefreshesAtMostEveryFiveSecondsFromTheLastSuccess) {
@@ -142,24 +105,6 @@ TEST_F(RealBackend, RunReportCarriesTheInstallIdentityAsPrettyJson) {
     EXPECT_NE(entry.body.find("\n  \""), std::string::npos) << entry.body;
     // The identity is made once.
     EXPECT_EQ(clientIdentifier(defaults), entry.clientIp);
-}
-
-TEST(BackendFailures, DeadBackendShowsThePlaceholderAndLogs) {
-    LogCollector log;
-    auto session = sessionFor(deadPort());
-    auto partnered = PartneredServers::make(session);
-    onMain([&] { partnered->fetchStatus(); });
-    ASSERT_TRUE(runMainUntil([&] { return !partnered->servers.getUnchecked().empty(); }));
-    onMain([&] {
-        EXPECT_EQ(partnered->servers.get(), std::vector<PartneredServer>{partneredPlaceholder()});
-        EXPECT_EQ(partnered->lastFetch(), -1);
-        // A failure starts no interval: the next call goes out at once.
-        partnered->fetchStatus();
-        EXPECT_EQ(session->requestsStarted(), 2u);
-    });
-    auto lines = log.lines();
-    ASSERT_FALSE(lines.empty());
-    EXPECT_TRUE(lines[0].starts_with("Fetch failed: Couldn't connect to server")) << lines[0];
 }
 
 TEST(BackendFailures, UntrustedCertificateIsATransportError) {

@@ -81,12 +81,6 @@ TEST(LocalAddresses, TakesIpv4OfEthernetLikeInterfacesInOrder) {
     EXPECT_TRUE(localAddresses(nullptr).empty());
 }
 
-TEST(LocalAddressesDeathTest, EthernetEntryWithoutANameIsFatal) {
-    FakeInterfaces interfaces;
-    interfaces.link(nullptr, ARPHRD_ETHER);
-    EXPECT_DEATH(ethernetInterfaceNames(interfaces.list()), "without a name");
-}
-
 // A UDP socket on 127.0.0.1 that stands where the probe points.
 class Receiver {
 public:
