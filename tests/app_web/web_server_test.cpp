@@ -1,5 +1,5 @@
-// The page's HTTP contract over loopback: who gets in, what a malformed
-// request gets (and that it changes nothing), and the stream's first burst.
+// The page's HTTP contract over loopback: who gets in, and what a malformed
+// request gets (and that it changes nothing).
 
 #include "app/web/web_server.h"
 
@@ -7,7 +7,6 @@
 #include <httplib.h>
 
 #include <future>
-#include <mutex>
 
 #include <nlohmann/json.hpp>
 
@@ -73,16 +72,13 @@ protected:
     }
 
     // Reads /events of `page` until `enough` holds for what came so far.
-    std::vector<Event> readStream(const std::string& page, const std::function<bool(const std::vector<Event>&)>& enough,
-                                  const std::function<void()>& whileOpen = {}) {
-        std::mutex mutex;
+    std::vector<Event> readStream(const std::string& page, const std::function<bool(const std::vector<Event>&)>& enough) {
         std::vector<Event> events;
         auto reader = std::async(std::launch::async, [&] {
             httplib::Client client("127.0.0.1", web_->port());
             std::string buffer;
             return client.Get("/events?page=" + page, [&](const char* data, size_t length) {
                 buffer.append(data, length);
-                std::lock_guard lock(mutex);
                 for (size_t end; (end = buffer.find("\n\n")) != std::string::npos; buffer.erase(0, end + 2)) {
                     std::string block = buffer.substr(0, end);
                     if (block.starts_with("event: ")) {
@@ -94,13 +90,6 @@ protected:
                 return !enough(events);
             });
         });
-        if (whileOpen) {
-            EXPECT_TRUE(runMainUntil([&] {
-                std::lock_guard lock(mutex);
-                return events.size() >= 6;
-            }));
-            whileOpen();
-        }
         EXPECT_TRUE(runMainUntil([&] { return isReady(reader); }));
         reader.get();
         return events;
@@ -109,14 +98,6 @@ protected:
     testing::WebTestApp app_;
     std::unique_ptr<WebServer> web_;
 };
-
-std::vector<std::string> namesOf(const std::vector<Event>& events) {
-    std::vector<std::string> names;
-    for (const auto& event : events) {
-        names.push_back(event.name);
-    }
-    return names;
-}
 
 TEST_F(WebServerTest, TokenGuardsTheDocumentTheStreamAndTheActionsButNotTheStaticFiles) {
     serve(kToken);
@@ -237,51 +218,6 @@ TEST_F(WebServerTest, PathsAndMethodsOutsideTheContract) {
     auto noMessage = post("/api/message/dismiss", R"({"key":"bm8="})");
     ASSERT_TRUE(noMessage);
     EXPECT_EQ(noMessage->status, 409);
-}
-
-TEST_F(WebServerTest, StreamOpensWithTheWholeStateInOrderThenCarriesEachChange) {
-    serve();
-    auto events = readStream(
-        "p",
-        [](const std::vector<Event>& list) {
-            return std::any_of(list.begin(), list.end(),
-                               [](const Event& event) { return event.name == "favourites" && !event.data["servers"].empty(); });
-        },
-        [&] {
-            auto added = post("/api/favourites", R"({"ip":"play.example.net","port":""})");
-            ASSERT_TRUE(added);
-            EXPECT_EQ(added->status, 201);
-            EXPECT_EQ(json::parse(added->body), (json{{"id", "1"}, {"ip", "play.example.net"}, {"port", "19132"}}));
-        });
-    ASSERT_GE(events.size(), 7u);
-    auto names = namesOf(events);
-    names.resize(6);
-    EXPECT_EQ(names, (std::vector<std::string>{"scene", "running", "form", "favourites", "featured", "message"}));
-    EXPECT_EQ(events[0].data, (json{{"phase", "background"}}));
-    EXPECT_EQ(events[1].data, (json{{"server", nullptr}, {"serverState", "Server is not running!"}}));
-    EXPECT_EQ(events[5].data, (json{{"message", nullptr}}));
-    EXPECT_EQ(events.back().data,
-              (json{{"servers", {{{"id", "1"}, {"ip", "play.example.net"}, {"port", "19132"}}}}}));
-}
-
-TEST_F(WebServerTest, TheFormIsTheAppsOneOnEveryPage) {
-    serve();
-    auto isRaised = [](const Event& event) { return event.name == "form" && event.data["emptyIpAlert"] == true; };
-    auto mine = readStream(
-        "mine", [&](const std::vector<Event>& list) { return std::any_of(list.begin(), list.end(), isRaised); },
-        [&] {
-            auto run = post("/api/run", R"({"ip":"  ","port":"19133"})");
-            ASSERT_TRUE(run);
-            EXPECT_EQ(run->status, 204);
-        });
-    EXPECT_TRUE(std::any_of(mine.begin(), mine.end(), isRaised));
-
-    // Another page, or the same one reloaded, opens with the fields as typed
-    // and the alert that is up.
-    auto theirs = readStream("theirs", [](const std::vector<Event>& list) { return list.size() >= 6; });
-    json raised = kNewForm;
-    raised.update({{"ip", "  "}, {"port", "19133"}, {"emptyIpAlert", true}});
-    EXPECT_EQ(theirs[2].data, raised);
 }
 
 }  // namespace

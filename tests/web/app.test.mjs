@@ -1,5 +1,5 @@
-// The app around the screens: the backend's message alert, the appearance of
-// the connection screen, the access token and the lost stream.
+// The app around the screens: the backend's message alert, the access token
+// and the lost stream.
 
 import assert from "node:assert/strict";
 import { describe, test } from "node:test";
@@ -40,20 +40,6 @@ describe("the message alert", () => {
     await first.close();
     await second.close();
   });
-});
-
-test("coming back to the Connection tab reports the connection screen's appearance", async () => {
-  const page = await app.open();
-  const reports = [];
-  page.on("request", (outgoing) => {
-    if (new URL(outgoing.url()).pathname === "/api/appear") reports.push(outgoing.postDataJSON());
-  });
-  await page.click("#tab-info");
-  const answered = page.waitForResponse((response) => new URL(response.url()).pathname === "/api/appear");
-  await page.click("#tab-connection");
-  assert.equal((await answered).status(), 204);
-  assert.deepEqual(reports.map((report) => report.screen), ["ConnectView"]);
-  await page.close();
 });
 
 describe("the access token", () => {

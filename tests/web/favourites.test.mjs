@@ -78,21 +78,6 @@ test("the trash button asks \"Are you sure?\"; No keeps the row, Yes removes it"
   assert.deepEqual((await rows()).slice(0, 2), ["play.example.net:19133", "http://x:1:1"]);
 });
 
-test("a second page sees the same rows and the same fields", async () => {
-  const other = await app.open();
-  try {
-    assert.deepEqual(await rows(other), await rows());
-    assert.deepEqual([await other.inputValue("#ip"), await other.inputValue("#port")], ["play.example.net", "19133"]);
-    await other.fill("#ip", "second.example.net");
-    await other.fill("#port", "2");
-    await other.click("#add-favourite");
-    await page.waitForFunction(() => [...document.querySelectorAll('[data-testid="favourite-pick"]')].some((b) => b.textContent === "second.example.net:2"));
-    await page.waitForFunction(() => document.querySelector("#ip").value === "second.example.net");
-  } finally {
-    await other.close();
-  }
-});
-
 test("the page logged no error", () => {
   assert.deepEqual(page.errors.map(String), []);
 });
