@@ -178,12 +178,6 @@ INSTANTIATE_TEST_SUITE_P(Commands, BadArgumentsTest,
                                            std::vector<std::string>{"block", "add", ""},
                                            std::vector<std::string>{"message", "add", "--version", "", "text"}));
 
-TEST_F(CommandLineTest, HelpExitsZero) {
-    const CommandResult result = run({"partner", "add", "--help"});
-    EXPECT_EQ(result.status, kExitSuccess);
-    EXPECT_THAT(result.out, HasSubstr("--max-players"));
-}
-
 // The binary itself, serving on a port of the kernel's choice until a signal.
 class StopSignalTest : public CommandLineTest, public ::testing::WithParamInterface<int> {
 protected:

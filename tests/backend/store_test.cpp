@@ -18,20 +18,6 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::Field;
 
-TEST(StoreTest, PartnersKeepTheOrderAddedAcrossRemovals) {
-    Store store(":memory:");
-    store.addPartner({.ip = "1", .title = "first"});
-    const auto second = store.addPartner({.ip = "2", .title = "second"});
-    store.addPartner({.ip = "3", .title = "third"});
-    EXPECT_TRUE(store.removePartner(second.id));
-    EXPECT_FALSE(store.removePartner(second.id));
-    store.addPartner({.ip = "4", .title = "fourth"});
-
-    EXPECT_THAT(store.partners(), ElementsAre(Field(&PartneredServer::title, "first"),
-                                              Field(&PartneredServer::title, "third"),
-                                              Field(&PartneredServer::title, "fourth")));
-}
-
 TEST(StoreTest, LogLimitKeepsTheNewestInTheOrderReceivedAndPruningDropsTheOldest) {
     Store store(":memory:");
     for (int i = 1; i <= 5; ++i) {
