@@ -33,15 +33,7 @@ done
 
 if [[ $build_first == 1 ]]; then
   echo "Building (Release) in $build ..." >&2
-  # GCC 12 at -O3 reports uninitialised reads, out-of-bounds and overlapping
-  # copies inside the standard library that -O2 doesn't (a ByteBuffer moved
-  # out of an optional, vector and string appends): warnings here, not a
-  # reason to measure nothing.
-  lenient=""
-  for warning in maybe-uninitialized array-bounds stringop-overflow stringop-overread restrict; do
-    lenient+=" -Wno-error=$warning"
-  done
-  (cd "$root" && cmake --preset release "-DCMAKE_CXX_FLAGS=${lenient# }" >/dev/null &&
+  (cd "$root" && cmake --preset release >/dev/null &&
     cmake --build --preset release -j2 --target ferrylink load_generator >/dev/null)
 fi
 "$root/bench/install_raknet_native.sh"

@@ -38,7 +38,11 @@ std::optional<ListenAddress> parseListenAddress(std::string_view text) {
 
 std::string urlHost(std::string_view host) {
     if (host.find(':') != std::string_view::npos) {
+        // GCC 12 at -O3 sees an overlapping copy in the string concatenation.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wrestrict"
         return "[" + std::string(host) + "]";
+#pragma GCC diagnostic pop
     }
     return std::string(host);
 }

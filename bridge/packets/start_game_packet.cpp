@@ -47,7 +47,11 @@ StartGamePacket::World StartGamePacket::worldFor(int32_t protocol) {
         world.premiumWorldTemplateId = "";
     }
     if (protocol < v475) {
+        // GCC 12 at -O3 sees an overlapping copy in a one-letter assignment.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wrestrict"
         world.gameVersion = "*";
+#pragma GCC diagnostic pop
     }
     if (protocol >= v800) {
         world.movementAuthority = 1;
