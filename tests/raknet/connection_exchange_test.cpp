@@ -319,7 +319,9 @@ TEST_F(ConnectionExchangeTest, FragmentsInAnyOrderAreReassembled) {
     }
     payload[0] = 0xFE;
 
-    // Reliable fragments, sent 2, 0, 1 and numbered in the order they go out.
+    // Reliable fragments, sent 2, 0, 1 and numbered in the order they go out:
+    // through the reliable window to the assembler, whose own rules are tested
+    // on their own.
     auto pieces = peer.fragments(payload, 1000);
     ASSERT_EQ(pieces.size(), 3u);
     std::vector<PeerFrame> shuffled{pieces[2], pieces[0], pieces[1]};
@@ -328,14 +330,8 @@ TEST_F(ConnectionExchangeTest, FragmentsInAnyOrderAreReassembled) {
         piece.messageIndex = index++;
         peer.sendFrames({piece});
     }
-    // Unreliable ones in yet another order.
-    auto loose = peer.fragments(payload, 700, 0);
-    ASSERT_EQ(loose.size(), 4u);
-    for (size_t i : {3u, 1u, 0u, 2u}) {
-        peer.sendFrames({loose[i]});
-    }
-    ASSERT_TRUE(server.events->waitFor(EventKind::encapsulated, 2));
-    EXPECT_EQ(server.events->payloads(), (std::vector<Bytes>{payload, payload}));
+    ASSERT_TRUE(server.events->waitFor(EventKind::encapsulated));
+    EXPECT_EQ(server.events->payloads(), (std::vector<Bytes>{payload}));
 }
 
 TEST_F(ConnectionExchangeTest, SilenceEndsTheConnectionWithTimeout) {

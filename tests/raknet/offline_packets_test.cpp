@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 
 #include <functional>
+#include <tuple>
 
 #include "foundation/byte_buffer.h"
 #include "raknet/packets/offline_packets.h"
@@ -113,39 +114,6 @@ TEST(OfflinePacketTest, UnconnectedPingRoundTrip) {
     EXPECT_TRUE(decoded.hasValidMagic());
 }
 
-TEST(OfflinePacketTest, NewPacketsStartAtMinusOne) {
-    EXPECT_EQ(UnconnectedPing().clientTime, -1);
-    EXPECT_EQ(UnconnectedPong().serverId, -1);
-    EXPECT_EQ(OpenConnectionRequest1().mtu, -1);
-    EXPECT_EQ(OpenConnectionReply2().serverId, -1);
-    EXPECT_FALSE(UnconnectedPing().magic);
-}
-
-TEST(OfflinePacketTest, UnconnectedPongCarriesTheAdvertAsAString) {
-    UnconnectedPong pong;
-    pong.clientTime = 1000;
-    pong.serverId = -2;
-    pong.info = "MCPE;a";
-    ByteBuffer buffer;
-    pong.encode(buffer);
-    EXPECT_BYTES(buffer, withMagic("1C 00 00 00 00 00 00 03 E8 FF FF FF FF FF FF FF FE", "00 06 4D 43 50 45 3B 61"));
-
-    UnconnectedPong decoded;
-    ASSERT_TRUE(decoded.decode(buffer));
-    EXPECT_EQ(decoded.clientTime, 1000);
-    EXPECT_EQ(decoded.serverId, -2);
-    EXPECT_EQ(decoded.info, "MCPE;a");
-}
-
-TEST(OfflinePacketTest, WrongMagicIsNoFailureOfTheDecoder) {
-    auto buffer = bufferFromHex("01 00 00 00 00 00 00 00 01  00 FF FF 00 FE FE FE FE FD FD FD FD 12 34 56 79"
-                                " 00 00 00 00 00 00 00 02");
-    UnconnectedPing ping;
-    ASSERT_TRUE(ping.decode(buffer));
-    EXPECT_FALSE(ping.hasValidMagic());
-    EXPECT_EQ(ping.clientId, 2);
-}
-
 struct RequestOneCase {
     size_t length;
     std::string versionAndPadding;
@@ -171,16 +139,6 @@ INSTANTIATE_TEST_SUITE_P(Requests, RequestOneTest,
                                            RequestOneCase{20, "FF 00 00", -1}),
                          [](const auto& info) { return "Of" + std::to_string(info.param.length) + "Bytes"; });
 
-TEST(OfflinePacketTest, ReplyOne) {
-    OpenConnectionReply1 reply;
-    reply.serverId = 42;
-    reply.mtu = 1000;
-    ByteBuffer buffer;
-    reply.encode(buffer);
-    EXPECT_BYTES(buffer, withMagic("06", "00 00 00 00 00 00 00 2A 00 03 E8"));
-    EXPECT_EQ(buffer.readableBytes(), 28u);
-}
-
 TEST(OfflinePacketTest, RequestTwo) {
     auto buffer = bufferFromHex(withMagic("07", "04 80 FF FF FE 4A BC 05 DC 00 00 00 00 00 00 00 2A FF"));
     OpenConnectionRequest2 request;
@@ -192,16 +150,6 @@ TEST(OfflinePacketTest, RequestTwo) {
     EXPECT_EQ(buffer.readableBytes(), 1u);  // left unread
 }
 
-TEST(OfflinePacketTest, ReplyTwoWithThePeersAddress) {
-    OpenConnectionReply2 reply;
-    reply.serverId = 42;
-    reply.mtu = 1372;
-    reply.socketAddress = v4("127.0.0.1", 19132);
-    ByteBuffer buffer;
-    reply.encode(buffer);
-    EXPECT_BYTES(buffer, withMagic("08", "00 00 00 00 00 00 00 2A 04 80 FF FF FE 4A BC 05 5C 00"));
-}
-
 TEST(OfflinePacketTest, ReplyTwoWithoutAddressNamesTheDefault) {
     OpenConnectionReply2 reply;
     reply.serverId = 1;
@@ -211,68 +159,46 @@ TEST(OfflinePacketTest, ReplyTwoWithoutAddressNamesTheDefault) {
     EXPECT_BYTES(buffer, withMagic("08", "00 00 00 00 00 00 00 01 04 FF FF FF FF 4A BC 02 24 00"));
 }
 
-TEST(OfflinePacketTest, IncompatibleProtocolVersion) {
-    IncompatibleProtocolVersion reply;
-    reply.protocolVersion = 11;
-    reply.serverId = 42;
-    ByteBuffer buffer;
-    reply.encode(buffer);
-    EXPECT_BYTES(buffer, "19 0B " + std::string(MAGIC_HEX) + " 00 00 00 00 00 00 00 2A");
-    EXPECT_EQ(buffer.readableBytes(), 26u);
-}
-
 // --- The advert -----------------------------------------------------------------
 
 TEST(ServerInfoTest, AdvertJoinsNineFieldsWithoutQuoting) {
-    ServerInfo info("Ferrylink", "Join me!", 560, "1.19.50", 0, 99, "Creative", 42);
-    EXPECT_EQ(info.description(), "MCPE;Ferrylink;560;1.19.50;0;99;42;Join me!;Creative");
+    EXPECT_EQ(ServerInfo("Ferrylink", "Join me!", 560, "1.19.50", 0, 99, "Creative", 42).description(),
+              "MCPE;Ferrylink;560;1.19.50;0;99;42;Join me!;Creative");
+    EXPECT_EQ(ServerInfo("m", "n", 1, "v", 2, 3, "g", -7).description(), "MCPE;m;1;v;2;3;-7;n;g");
+    // A semicolon in the motd is sent as it is, and shifts whoever reads it.
+    EXPECT_EQ(ServerInfo("a;5", "n", 6, "7", 0, 99, "g", 42).description(), "MCPE;a;5;6;7;0;99;42;n;g");
 }
 
-TEST(ServerInfoTest, NegativeServerIdShowsItsSign) {
-    ServerInfo info("m", "n", 1, "v", 2, 3, "g", -7);
-    EXPECT_EQ(info.description(), "MCPE;m;1;v;2;3;-7;n;g");
-}
+// The parser reads by position, ignores piece six and what follows piece
+// eight, and always gives serverId 1.
+struct ParseCase {
+    const char* advert;
+    std::string motd;
+    int32_t protocolVersion;
+    std::string version;
+    int32_t currentPlayers;
+    int32_t maxPlayers;
+    std::string name;
+    std::string gamemode;
+};
 
-TEST(ServerInfoTest, ParserReadsByPositionAndAlwaysGivesServerIdOne) {
-    auto parsed = ServerInfo::parse("XXXX;a;1;b;2;3;4;c;d");
+class ServerInfoParseTest : public ::testing::TestWithParam<ParseCase> {};
+
+TEST_P(ServerInfoParseTest, ReadsEachPieceByItsPosition) {
+    auto parsed = ServerInfo::parse(GetParam().advert);
     ASSERT_TRUE(parsed);
-    auto& info = *parsed;
-    EXPECT_EQ(info.motd, "a");
-    EXPECT_EQ(info.protocolVersion, 1);
-    EXPECT_EQ(info.version, "b");
-    EXPECT_EQ(info.currentPlayers, 2);
-    EXPECT_EQ(info.maxPlayers, 3);
-    EXPECT_EQ(info.name, "c");
-    EXPECT_EQ(info.gamemode, "d");
-    EXPECT_EQ(info.serverId, 1);
+    const auto& want = GetParam();
+    EXPECT_EQ(std::tie(parsed->motd, parsed->protocolVersion, parsed->version, parsed->currentPlayers,
+                       parsed->maxPlayers, parsed->name, parsed->gamemode),
+              std::tie(want.motd, want.protocolVersion, want.version, want.currentPlayers, want.maxPlayers, want.name,
+                       want.gamemode));
+    EXPECT_EQ(parsed->serverId, 1);
 }
 
-TEST(ServerInfoTest, ParserIgnoresPieceSixAndEverythingBehindPieceEight) {
-    auto parsed = ServerInfo::parse("MCPE;m;+5;v;-1;10;;n;g;x;y;z");
-    ASSERT_TRUE(parsed);
-    auto& info = *parsed;
-    EXPECT_EQ(info.protocolVersion, 5);
-    EXPECT_EQ(info.currentPlayers, -1);
-    EXPECT_EQ(info.maxPlayers, 10);
-    EXPECT_EQ(info.name, "n");
-    EXPECT_EQ(info.gamemode, "g");
-    EXPECT_EQ(info.serverId, 1);
-}
-
-TEST(ServerInfoTest, SemicolonInMotdShiftsTheReader) {
-    ServerInfo sent("a;5", "n", 6, "7", 0, 99, "g", 42);
-    EXPECT_EQ(sent.description(), "MCPE;a;5;6;7;0;99;42;n;g");
-    auto parsed = ServerInfo::parse(sent.description());
-    ASSERT_TRUE(parsed);
-    auto& read = *parsed;
-    EXPECT_EQ(read.motd, "a");
-    EXPECT_EQ(read.protocolVersion, 5);
-    EXPECT_EQ(read.version, "6");
-    EXPECT_EQ(read.currentPlayers, 7);
-    EXPECT_EQ(read.maxPlayers, 0);
-    EXPECT_EQ(read.name, "42");
-    EXPECT_EQ(read.gamemode, "n");
-}
+INSTANTIATE_TEST_SUITE_P(Adverts, ServerInfoParseTest,
+                         ::testing::Values(ParseCase{"XXXX;a;1;b;2;3;4;c;d", "a", 1, "b", 2, 3, "c", "d"},
+                                           ParseCase{"MCPE;m;+5;v;-1;10;;n;g;x;y;z", "m", 5, "v", -1, 10, "n", "g"},
+                                           ParseCase{"MCPE;a;5;6;7;0;99;42;n;g", "a", 5, "6", 7, 0, "42", "n"}));
 
 TEST(ServerInfoTest, AdvertsThatCantBeReadGiveNothing) {
     for (const char* advert : {"MCPE;m;560;v;0;99;42;n", "MCPE;m;;v;0;99;42;n;g", "MCPE;m;560;v;zero;99;42;n;g",

@@ -30,19 +30,6 @@ ByteBuffer encoded(const EncapsulatedPacket& frame) {
 
 // --- Reliability ------------------------------------------------------------------
 
-TEST(ReliabilityTest, EightKindsByIdAndNothingAbove) {
-    for (int32_t id = 0; id < 8; ++id) {
-        ASSERT_TRUE(Reliability::fromId(id));
-        EXPECT_EQ(Reliability::fromId(id)->id, id);
-    }
-    EXPECT_FALSE(Reliability::fromId(8));
-    EXPECT_EQ(*Reliability::fromId(3), Reliability::RELIABLE_ORDERED);
-    EXPECT_EQ(Reliability::RELIABLE_ORDERED.size, 7);
-    EXPECT_TRUE(Reliability::RELIABLE_ORDERED_WITH_ACK_RECEIPT.withAckReceipt);
-    EXPECT_TRUE(Reliability::UNRELIABLE_SEQUENCED.sequenced);
-    EXPECT_FALSE(Reliability::UNRELIABLE_SEQUENCED.reliable);
-}
-
 // --- Frames ------------------------------------------------------------------------
 
 TEST(EncapsulatedPacketTest, ReliableOrderedTakesTwentyBytesForTenOfPayload) {
@@ -115,14 +102,6 @@ TEST(EncapsulatedPacketTest, LengthInBitsIsRoundedUpToBytes) {
     EXPECT_EQ(bytes.readableBytes(), 1u);
 }
 
-TEST(EncapsulatedPacketTest, PayloadIsASliceOfTheDatagram) {
-    auto bytes = bufferFromHex("00 00 10 AA BB");
-    EncapsulatedPacket decoded;
-    ASSERT_TRUE(decoded.decode(bytes));
-    EXPECT_EQ(decoded.buffer->readerIndex(), 0u);
-    EXPECT_EQ(decoded.buffer->readableBytes(), 2u);
-}
-
 // Frames, datagrams and acknowledgements a peer sends that can't be read:
 // each decoder fails, and the connection drops that peer.
 struct MalformedCase {
@@ -163,30 +142,21 @@ INSTANTIATE_TEST_SUITE_P(
 
 using EncapsulatedPacketDeathTest = ::testing::Test;
 
-TEST_F(EncapsulatedPacketDeathTest, KindsFromFourOnCannotBeSent) {
+// Frames of our own that the wire can't carry are a fault of this program.
+TEST_F(EncapsulatedPacketDeathTest, FramesTheWireCantCarryEndTheProcess) {
     auto sequenced = frame(Reliability::RELIABLE_SEQUENCED, "00");
     sequenced.messageIndex = 0;
     EXPECT_DEATH(encoded(sequenced), "");
-}
-
-TEST_F(EncapsulatedPacketDeathTest, PayloadOf4096BytesCannotBeSent) {
-    EncapsulatedPacket big;
-    big.reliability = Reliability::UNRELIABLE;
-    big.buffer = ByteBuffer(std::vector<uint8_t>(4096));
-    EXPECT_DEATH(encoded(big), "");
-    big.buffer = ByteBuffer(std::vector<uint8_t>(4095));
-    EXPECT_EQ(encoded(big).readableBytes(), 3u + 4095u);
-}
-
-TEST_F(EncapsulatedPacketDeathTest, ReliableFrameNeedsAMessageIndex) {
-    EXPECT_DEATH(encoded(frame(Reliability::RELIABLE, "00")), "");
-}
-
-TEST_F(EncapsulatedPacketDeathTest, SplitIdBeyondSixteenSignedBitsCannotBeSent) {
+    EXPECT_DEATH(encoded(frame(Reliability::RELIABLE, "00")), "");  // no messageIndex
     auto split = frame(Reliability::UNRELIABLE, "00");
     split.split = true;
     split.splitId = 32768;
     EXPECT_DEATH(encoded(split), "");
+    EncapsulatedPacket big = frame(Reliability::UNRELIABLE, "");
+    big.buffer = ByteBuffer(std::vector<uint8_t>(4096));
+    EXPECT_DEATH(encoded(big), "");
+    big.buffer = ByteBuffer(std::vector<uint8_t>(4095));
+    EXPECT_EQ(encoded(big).readableBytes(), 3u + 4095u);
 }
 
 // --- Datagrams ----------------------------------------------------------------------
@@ -221,28 +191,14 @@ TEST(DatagramTest, OnlyTheLow24BitsOfTheNumberGoOut) {
 
 // --- Acknowledgements ---------------------------------------------------------------
 
-TEST(AcknowledgePacketTest, EncodesSinglesAndRanges) {
-    ACK ack;
-    ack.packets = {{3, 5}, {9, 9}};
-    ByteBuffer buffer;
-    ack.encode(buffer);
-    EXPECT_BYTES(buffer, "C0 00 02  00 03 00 00 05 00 00  01 09 00 00");
-}
-
+// Any non-zero flag byte marks a single number.
 TEST(AcknowledgePacketTest, DecodeReplacesEntries) {
-    auto buffer = bufferFromHex("A0 00 02  01 07 00 00  00 01 00 00 04 00 00");
+    auto buffer = bufferFromHex("A0 00 02  7F 07 00 00  00 01 00 00 04 00 00");
     NACK nack;
     nack.packets = {{100, 200}};
     ASSERT_TRUE(nack.decode(buffer));
     EXPECT_EQ(nack.id, 0xA0);
     EXPECT_EQ(nack.packets, (std::vector<AcknowledgePacket::Entry>{{7, 7}, {1, 4}}));
-}
-
-TEST(AcknowledgePacketTest, AnyNonZeroFlagMeansASingleNumber) {
-    auto buffer = bufferFromHex("C0 00 01 7F 07 00 00");
-    ACK ack;
-    ASSERT_TRUE(ack.decode(buffer));
-    EXPECT_EQ(ack.packets, (std::vector<AcknowledgePacket::Entry>{{7, 7}}));
 }
 
 struct MergeCase {

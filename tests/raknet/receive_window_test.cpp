@@ -52,18 +52,5 @@ TEST(ReceiveWindowLimitTest, GapsPastTheQueueLimitAreAnOverflow) {
     EXPECT_EQ(window.nackQueue().size(), 4u * 2047u);  // nothing taken
 }
 
-TEST(ReceiveWindowLimitTest, ReportsDrainTheQueues) {
-    ReceiveWindow window;
-    (void)window.arrive(0);
-    (void)window.arrive(5);
-    auto ack = window.nextAck(100);
-    auto nack = window.nextNack(100);
-    ASSERT_TRUE(ack && nack);
-    EXPECT_EQ(ack->packets, (std::vector<AcknowledgePacket::Entry>{{0, 0}, {5, 5}}));
-    EXPECT_EQ(nack->packets, (std::vector<AcknowledgePacket::Entry>{{1, 4}}));
-    EXPECT_FALSE(window.hasPending());
-    EXPECT_FALSE(window.nextAck(100));
-}
-
 }  // namespace
 }  // namespace ferrylink::raknet

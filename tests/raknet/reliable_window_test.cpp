@@ -34,24 +34,6 @@ protected:
     size_t stopAfter = 1000;
 };
 
-TEST_F(ReliableWindowTest, FrameAheadOfItsTurnWaitsForTheOnesBefore) {
-    receive(5, 0xF5);
-    EXPECT_TRUE(payloads.empty());
-    EXPECT_EQ(window.waiting(), 1u);
-    for (int32_t i = 0; i < 5; ++i) {
-        receive(i, static_cast<uint8_t>(0xF0 + i));
-    }
-    EXPECT_EQ(payloads, (Payloads{{0xF0}, {0xF1}, {0xF2}, {0xF3}, {0xF4}, {0xF5}}));
-    EXPECT_EQ(window.waiting(), 0u);
-    EXPECT_EQ(window.lastReliableIndex(), 5);
-}
-
-TEST_F(ReliableWindowTest, SameIndexTwiceIsDeliveredOnce) {
-    receive(0, 0xF0);
-    receive(0, 0xF0);
-    EXPECT_EQ(payloads.size(), 1u);
-}
-
 TEST_F(ReliableWindowTest, UnreliableFrameOvertakesWaitingOnes) {
     receive(1, 0xF1);
     receive(std::nullopt, 0xE0);
