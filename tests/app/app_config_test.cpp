@@ -34,6 +34,14 @@ TEST_F(Environment, VariablesOverrideTheBackendAndTheDataFolder) {
     EXPECT_EQ(config.backendPort, 9443);
     EXPECT_EQ(config.backendCaFile, std::filesystem::path("/tmp/ca.pem"));
     EXPECT_EQ(dataFilePath(config.dataDirectory), std::filesystem::path("/tmp/ferrylink-data/Ferrylink.sqlite"));
+    // Without a folder given: the XDG data folder, else HOME's.
+    const std::string home = std::getenv("HOME") ? std::getenv("HOME") : "";
+    ::setenv("XDG_DATA_HOME", "/xdg/data", 1);
+    EXPECT_EQ(dataFilePath({}), std::filesystem::path("/xdg/data/ferrylink/Ferrylink.sqlite"));
+    ::unsetenv("XDG_DATA_HOME");
+    ::setenv("HOME", "/home/someone", 1);
+    EXPECT_EQ(dataFilePath({}), std::filesystem::path("/home/someone/.local/share/ferrylink/Ferrylink.sqlite"));
+    ::setenv("HOME", home.c_str(), 1);
 }
 
 TEST_F(Environment, PortThatIsNoPortIsRefused) {

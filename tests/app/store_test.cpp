@@ -3,7 +3,6 @@
 
 #include <fstream>
 
-#include "app/app_config.h"
 #include "app/persistent_store.h"
 #include "app/user_defaults.h"
 #include "app_test_support.h"
@@ -14,17 +13,6 @@ namespace {
 using testing::drainMain;
 using testing::onMain;
 using testing::ScratchDirectory;
-
-TEST(DataFilePath, NamedAfterTheAppInTheGivenOrXdgFolder) {
-    const std::string home = std::getenv("HOME") ? std::getenv("HOME") : "";
-    EXPECT_EQ(dataFilePath("/some/folder"), std::filesystem::path("/some/folder/Ferrylink.sqlite"));
-    ::setenv("XDG_DATA_HOME", "/xdg/data", 1);
-    EXPECT_EQ(dataFilePath({}), std::filesystem::path("/xdg/data/ferrylink/Ferrylink.sqlite"));
-    ::unsetenv("XDG_DATA_HOME");
-    ::setenv("HOME", "/home/someone", 1);
-    EXPECT_EQ(dataFilePath({}), std::filesystem::path("/home/someone/.local/share/ferrylink/Ferrylink.sqlite"));
-    ::setenv("HOME", home.c_str(), 1);
-}
 
 // Typed values kept across a reopen, read across types as the platform does.
 TEST(UserDefaults, KeepsTypedValuesAndReadsThemAcrossTypes) {
