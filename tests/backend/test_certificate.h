@@ -13,12 +13,10 @@
 // subject "CN=localhost" and the names 127.0.0.1, ::1 and localhost unless
 // others are asked for.
 
-#include <fcntl.h>
-#include <spawn.h>
 #include <stdlib.h>
-#include <sys/wait.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -27,8 +25,6 @@
 #include <string>
 #include <system_error>
 #include <vector>
-
-extern char** environ;
 
 namespace ferrylink::testing {
 
@@ -80,91 +76,37 @@ private:
         caCertificate_ = directory_ / "ca.pem";
         serverCertificate_ = directory_ / "server.pem";
         serverKey_ = directory_ / "server.key";
-        const auto caKey = directory_ / "ca.key";
-        const auto caConfig = directory_ / "ca.cnf";
-        const auto serverConfig = directory_ / "server.cnf";
-        const auto request = directory_ / "server.csr";
-
-        // Own configuration files, so that the machine's openssl.cnf plays
-        // no part.
         std::string names;
         for (const auto& name : subjectAltNames) {
             names += (names.empty() ? "" : ",") + name;
         }
-        writeFile(caConfig,
-                  "[req]\n"
-                  "prompt = no\n"
-                  "distinguished_name = dn\n"
-                  "x509_extensions = ca_ext\n"
-                  "[dn]\n"
-                  "CN = Ferrylink Test CA\n"
-                  "[ca_ext]\n"
-                  "basicConstraints = critical, CA:TRUE\n"
-                  "keyUsage = critical, keyCertSign, cRLSign\n"
-                  "subjectKeyIdentifier = hash\n");
-        writeFile(serverConfig,
-                  "[req]\n"
-                  "prompt = no\n"
-                  "distinguished_name = dn\n"
-                  "[dn]\n"
-                  "CN = localhost\n"
-                  "[server_ext]\n"
-                  "basicConstraints = critical, CA:FALSE\n"
-                  "keyUsage = critical, digitalSignature\n"
-                  "extendedKeyUsage = serverAuth\n"
-                  "subjectKeyIdentifier = hash\n"
-                  "authorityKeyIdentifier = keyid\n"
-                  "subjectAltName = " +
-                      names + "\n");
-
-        runOpenssl({"req", "-x509", "-config", caConfig.string(), "-newkey", "ec", "-pkeyopt",
-                    "ec_paramgen_curve:prime256v1", "-nodes", "-keyout", caKey.string(), "-out",
-                    caCertificate_.string(), "-days", "2"});
-        runOpenssl({"req", "-new", "-config", serverConfig.string(), "-newkey", "ec", "-pkeyopt",
-                    "ec_paramgen_curve:prime256v1", "-nodes", "-keyout", serverKey_.string(), "-out",
-                    request.string()});
-        runOpenssl({"x509", "-req", "-in", request.string(), "-CA", caCertificate_.string(), "-CAkey",
-                    caKey.string(), "-CAcreateserial", "-CAserial", (directory_ / "ca.srl").string(), "-days", "2",
-                    "-extfile", serverConfig.string(), "-extensions", "server_ext", "-out",
-                    serverCertificate_.string()});
+        // A configuration of our own, so that the machine's openssl.cnf plays
+        // no part; the subjects and extensions are given on the command line.
+        const auto config = directory_ / "openssl.cnf";
+        std::ofstream(config) << "[req]\ndistinguished_name = dn\n[dn]\n";
+        const std::string common = "req -x509 -config " + quoted(config) +
+                                   " -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2";
+        runOpenssl(common + " -keyout " + quoted(directory_ / "ca.key") + " -out " + quoted(caCertificate_) +
+                   " -subj '/CN=Ferrylink Test CA' -addext basicConstraints=critical,CA:TRUE"
+                   " -addext keyUsage=critical,keyCertSign,cRLSign");
+        runOpenssl(common + " -keyout " + quoted(serverKey_) + " -out " + quoted(serverCertificate_) + " -CA " +
+                   quoted(caCertificate_) + " -CAkey " + quoted(directory_ / "ca.key") +
+                   " -subj /CN=localhost -addext basicConstraints=critical,CA:FALSE"
+                   " -addext keyUsage=critical,digitalSignature -addext extendedKeyUsage=serverAuth"
+                   " -addext " + quoted("subjectAltName=" + names));
     }
 
-    void runOpenssl(std::vector<std::string> arguments) const {
-        arguments.insert(arguments.begin(), "openssl");
-        std::vector<char*> argv;
-        for (auto& argument : arguments) {
-            argv.push_back(argument.data());
-        }
-        argv.push_back(nullptr);
+    static std::string quoted(const std::filesystem::path& text) { return "'" + text.string() + "'"; }
 
-        const auto output = directory_ / "openssl.log";
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, 1, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        posix_spawn_file_actions_adddup2(&actions, 1, 2);
-        posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-        pid_t child = 0;
-        const int spawned = posix_spawnp(&child, "openssl", &actions, nullptr, argv.data(), environ);
-        posix_spawn_file_actions_destroy(&actions);
-        if (spawned != 0) {
-            throw std::system_error(spawned, std::generic_category(), "cannot run openssl");
-        }
-        int status = 0;
-        while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-        }
-        if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-            std::ifstream log(output);
+    // Runs openssl with `arguments` through the shell; its output goes to a
+    // log that a failure quotes.
+    void runOpenssl(const std::string& arguments) const {
+        const auto log = directory_ / "openssl.log";
+        if (std::system(("openssl " + arguments + " </dev/null >" + quoted(log) + " 2>&1").c_str()) != 0) {
+            std::ifstream file(log);
             std::stringstream said;
-            said << log.rdbuf();
-            throw std::runtime_error("openssl " + arguments[1] + " failed: " + said.str());
-        }
-    }
-
-    static void writeFile(const std::filesystem::path& path, const std::string& text) {
-        std::ofstream file(path, std::ios::binary | std::ios::trunc);
-        file << text;
-        if (!file) {
-            throw std::runtime_error("cannot write " + path.string());
+            said << file.rdbuf();
+            throw std::runtime_error("openssl failed: " + said.str());
         }
     }
 
