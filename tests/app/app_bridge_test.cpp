@@ -1,5 +1,5 @@
 // The app core driving the real bridge over loopback: Run, the advert a
-// console would see, and the trip to the background and back.
+// console would see, and Stop.
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
@@ -83,21 +83,14 @@ protected:
     std::shared_ptr<ConectionForm> form_;
 };
 
-TEST_F(AppWithBridge, BackgroundEndsTheRunActiveAllowsANewOneAndStopCloses) {
+// The background's end of a run is the core's and the page's to show; here
+// the run answers a console's scan with the app's advert, and Stop closes it.
+TEST_F(AppWithBridge, RunAdvertisesTheAppAndStopCloses) {
     const std::string advert = advertOf(run("127.0.0.2"));
     EXPECT_NE(advert.find("MCPE;Ferrylink;560;1.19.50;0;99;"), std::string::npos) << advert;
     EXPECT_NE(advert.find(";Join me!;Creative"), std::string::npos) << advert;
     onMain([&] {
-        app_->scenePhaseChanged(ScenePhase::inactive);
-        app_->scenePhaseChanged(ScenePhase::background);
-        EXPECT_EQ(app_->runningServer().server.get(), nullptr);
-    });
-    ASSERT_TRUE(runMainUntil([&] { return app_->serverState().getUnchecked() == kServerNotRunning; }));
-
-    onMain([&] { app_->scenePhaseChanged(ScenePhase::active); });
-    EXPECT_NE(advertOf(run("127.0.0.3")).find("MCPE;Ferrylink;"), std::string::npos);
-    onMain([&] {
-        EXPECT_EQ(app_->serverState().get(), "Server is running and will transfer to 127.0.0.3:19132!");
+        EXPECT_EQ(app_->serverState().get(), "Server is running and will transfer to 127.0.0.2:19132!");
         form_->runOrStop();
     });
     ASSERT_TRUE(runMainUntil([&] { return app_->serverState().getUnchecked() == kServerNotRunning; }));
