@@ -11,7 +11,7 @@
 #include "bridge/portal_hop.h"
 #include "foundation/event_loop.h"
 #include "raknet/server_info.h"
-#include "recording_printer.h"
+#include "support/recording_printer.h"
 
 namespace ferrylink::testing {
 

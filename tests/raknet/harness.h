@@ -20,41 +20,13 @@
 #include "raknet/listener.h"
 #include "raknet/printer.h"
 #include "raknet/server_info.h"
+#include "support/recording_printer.h"
 
 namespace ferrylink::raknet::testing {
 
 inline constexpr std::chrono::seconds WAIT_LIMIT{5};
 
-// Console lines, readable from the test thread.
-class RecordingPrinter : public Printer {
-public:
-    void print(const std::string& text) override {
-        std::lock_guard lock(mutex_);
-        lines_.push_back(text);
-        changed_.notify_all();
-    }
-
-    std::vector<std::string> lines() const {
-        std::lock_guard lock(mutex_);
-        return lines_;
-    }
-    size_t count(const std::string& line) const {
-        std::lock_guard lock(mutex_);
-        return static_cast<size_t>(std::count(lines_.begin(), lines_.end(), line));
-    }
-    // Waits until `line` has been printed `times` times.
-    bool waitFor(const std::string& line, size_t times = 1) {
-        std::unique_lock lock(mutex_);
-        return changed_.wait_for(lock, WAIT_LIMIT, [&] {
-            return static_cast<size_t>(std::count(lines_.begin(), lines_.end(), line)) >= times;
-        });
-    }
-
-private:
-    mutable std::mutex mutex_;
-    std::condition_variable changed_;
-    std::vector<std::string> lines_;
-};
+using RecordingPrinter = ferrylink::testing::RecordingPrinter;
 
 // The transport's callbacks in the order they came.
 class RecordingConnectionListener : public ConnectionListener {
