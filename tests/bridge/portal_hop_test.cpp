@@ -6,12 +6,10 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 #include <utility>
 
 #include "bridge/client_pe.h"
 #include "bridge/resource_bundle.h"
-#include "bridge/world_resources.h"
 #include "foundation/clock.h"
 #include "raknet/client.h"
 #include "running_bridge.h"
@@ -51,11 +49,6 @@ private:
     bool bound_ = false;
     uint16_t port_ = 0;
 };
-
-std::vector<uint8_t> fileBytes(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
 
 TEST(PortalHopTest, StartPrintsWhereItListensAndWhereItTransfers) {
     RunningBridge bridge("play.example.net", 19133);
@@ -127,20 +120,6 @@ TEST(PortalHopTest, ASocketClosedUnderTheBridgeEndsTheRun) {
     EXPECT_FALSE(bridge.hop->isRunning());
     EXPECT_EQ(bridge.hop->failure(), "The bridge's socket closed.");
     EXPECT_TRUE(bridge.printer->contains("Server shutting down!"));
-}
-
-TEST(PortalHopTest, ResourceFilesAreLoadedWhole) {
-    RunningBridge bridge;
-    auto bundle = ResourceBundle::find(ResourceBundle::candidateFolders());
-    ASSERT_TRUE(bundle);
-    for (auto resource :
-         {WorldResource::biomeDefinitions, WorldResource::entityIdentifiers, WorldResource::requiredBlockStates}) {
-        auto loaded = WorldResources::get(resource);
-        ASSERT_TRUE(loaded);
-        auto expected = fileBytes(bundle->folder() / (std::string(resourceName(resource)) + ".nbt"));
-        EXPECT_FALSE(expected.empty());
-        EXPECT_EQ(*loaded, foundation::ByteBuffer(expected));
-    }
 }
 
 TEST(ResourceBundleTest, FirstCandidateHoldingTheBundleWins) {
