@@ -19,6 +19,7 @@
 #include <sstream>
 #include <optional>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "app/app_core.h"
@@ -139,14 +140,23 @@ std::string timeStamp() {
 class RunLog : public raknet::Printer {
 public:
     void watch(app::AppCore& core) {
-        core.runningServer().server.subscribe([this](const std::shared_ptr<app::BridgeServer>& server) {
-            if (server && !running_) {
-                line("Run started: consoles are sent on to " + server->transferHost() + ":" +
-                     std::to_string(server->transferPort()));
-            } else if (!server && running_) {
-                line("Run stopped");
+        auto& model = core.runningServer().server;
+        model.subscribe([this, &model](const std::shared_ptr<app::BridgeServer>& server) {
+            if (!server) {
+                if (std::exchange(running_, false)) {
+                    line("Run stopped");
+                }
+                return;
             }
-            running_ = server != nullptr;
+            // Told once the run is through its start: one that finds no port
+            // is over within the same turn, and only its failure is told.
+            DispatchQueue::main().async([this, &model, started = std::weak_ptr(server)] {
+                auto current = started.lock();
+                if (current && model.get() == current && !std::exchange(running_, true)) {
+                    line("Run started: consoles are sent on to " + current->transferHost() + ":" +
+                         std::to_string(current->transferPort()));
+                }
+            });
         });
     }
 

@@ -5,8 +5,10 @@
 // really answers.
 
 import assert from "node:assert/strict";
+import dgram from "node:dgram";
+import { once } from "node:events";
 import { test } from "node:test";
-import { joinAsConsole, press, reload, setVisibility, useTarget, waitForButton, waitForScene } from "./fixture.mjs";
+import { joinAsConsole, openAlert, press, reload, setVisibility, useTarget, waitForButton, waitForScene } from "./fixture.mjs";
 
 const app = useTarget();
 
@@ -127,4 +129,28 @@ test("no page seen for two seconds is the background, which stops the bridge; ba
   await waitForButton(page, "Run");
   assert.deepEqual(page.errors.map(String), []);
   await page.close();
+});
+
+test("a Run that finds its port and the next one taken says why and shows the bridge stopped", async () => {
+  const held = [];
+  for (const port of [app.target.bridgePort, app.target.bridgePort + 1]) {
+    const socket = dgram.createSocket("udp4");
+    socket.bind(port, "127.0.0.1");
+    await once(socket, "listening");
+    held.push(socket);
+  }
+  const page = await app.open();
+  const seen = app.target.app.child.lines.length;
+  try {
+    await press(page, "127.0.0.1");
+    const alert = await openAlert(page);
+    assert.match(alert.title, new RegExp(`^Could not listen on UDP port ${app.target.bridgePort} or ${app.target.bridgePort + 1}: `));
+    assert.equal(await page.textContent("#run"), "Run");
+    assert.equal(await page.textContent("#server-state"), "Server is not running!");
+    await logged("Failure: bind: Address already in use (errno: 98)");
+    assert.ok(!app.target.app.child.lines.slice(seen).some((line) => / Run (started|stopped)/.test(line)), "no run was told");
+  } finally {
+    for (const socket of held) socket.close();
+    await page.close();
+  }
 });
