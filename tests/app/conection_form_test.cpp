@@ -195,10 +195,5 @@ TEST_F(ConectionFormTest, StoppedBridgeIsNotStoppedTwice) {
     EXPECT_FALSE(running());
 }
 
-TEST(ResolverNameCheck, NumericAddressesOfBothFamiliesPass) {
-    EXPECT_TRUE(resolverNameCheck("127.0.0.1", "19132"));
-    EXPECT_TRUE(resolverNameCheck("::1", "19132"));
-}
-
 }  // namespace
 }  // namespace ferrylink::app

