@@ -27,10 +27,9 @@
 #include "app/web/listen_address.h"
 #include "app/web/web_server.h"
 #include "bridge/console_lines.h"
-#include "bridge/resource_bundle.h"
-#include "bridge/world_resources.h"
 #include "cli/commands.h"
 #include "cli/termination_signals.h"
+#include "cli/world_data.h"
 #include "foundation/dispatch_queue.h"
 
 namespace ferrylink::cli {
@@ -199,35 +198,6 @@ void warnAboutBackendHost(const app::AppConfig& config) {
               << config.backendHost << "\", the backend's host." << std::endl;
 }
 
-// The world-data files a run sends every console; without them a run would
-// end the process at the first join.
-void checkResources() {
-    auto candidates = bridge::ResourceBundle::candidateFolders();
-    auto bundle = bridge::ResourceBundle::find(candidates);
-    std::string missing;
-    if (bundle) {
-        for (auto resource : {bridge::WorldResource::biomeDefinitions, bridge::WorldResource::entityIdentifiers,
-                              bridge::WorldResource::requiredBlockStates}) {
-            if (!bundle->pathForResource(bridge::resourceName(resource), "nbt")) {
-                missing += std::string(missing.empty() ? "" : ", ") + std::string(bridge::resourceName(resource)) + ".nbt";
-            }
-        }
-        if (missing.empty()) {
-            return;
-        }
-        throw std::runtime_error("the world-data folder " + bundle->folder().string() + " lacks " + missing);
-    }
-    std::string looked;
-    for (size_t i = 0; i < candidates.size(); ++i) {
-        if (std::find(candidates.begin(), candidates.begin() + i, candidates[i]) == candidates.begin() + i) {
-            looked += (looked.empty() ? "" : ", ") + candidates[i].string();
-        }
-    }
-    throw std::runtime_error("the world-data folder " + std::string(bridge::ResourceBundle::bundleName) +
-                             " is missing; looked in " + looked + " (build the ferrylink_resources target, or "
-                             "install ferrylink)");
-}
-
 // The access token of a listener beyond loopback, kept in the data folder:
 // the app a phone put on its home screen carries it, and must go on working
 // after a restart. Made on first use, readable by the user only.
@@ -368,7 +338,7 @@ int runApp(const AppOptions& options, char** /*commandLine*/) {
     }
     try {
         app::AppCore::checkDataFolder(config);
-        checkResources();
+        checkWorldData();
     } catch (const std::exception& error) {
         std::cerr << "ferrylink: " << error.what() << std::endl;
         return 1;

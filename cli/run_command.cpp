@@ -1,3 +1,4 @@
+#include <exception>
 #include <iostream>
 #include <memory>
 
@@ -5,6 +6,7 @@
 #include "bridge/portal_hop.h"
 #include "cli/commands.h"
 #include "cli/termination_signals.h"
+#include "cli/world_data.h"
 #include "foundation/dispatch_queue.h"
 #include "foundation/event_loop.h"
 #include "raknet/server_info.h"
@@ -14,6 +16,12 @@ namespace ferrylink::cli {
 using foundation::DispatchQueue;
 
 int runBridge(const RunOptions& options) {
+    try {
+        checkWorldData();
+    } catch (const std::exception& error) {
+        std::cerr << "ferrylink: " << error.what() << std::endl;
+        return 1;
+    }
     DispatchQueue& mainQueue = DispatchQueue::main();
     // Ctrl-C and SIGTERM ask the bridge to stop, so consoles still joined are
     // told "Server shutdown!"; the run ends when the bridge says it closed.

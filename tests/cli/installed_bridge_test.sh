@@ -46,6 +46,9 @@ expect_failure() {
 }
 expect_failure "ferrylink: Another Ferrylink is already listening on UDP port $port." \
   run 127.0.0.1 --listen-host 127.0.0.1 --listen-port "$port"
+# A copy of the program without its data folder says so instead of running.
+mkdir -p "$prefix/elsewhere/bin" && cp "$ferrylink" "$prefix/elsewhere/bin/"
+ferrylink=$prefix/elsewhere/bin/ferrylink expect_failure "world-data folder portalhop_PortalHop.bundle is missing" run h
 expect_failure ": name does not resolve" ping "$(printf 'x%.0s' {1..64}).test"
 expect_failure "127.0.0.1:$((port + 1)) within 200 ms: closed port or no server" ping 127.0.0.1 $((port + 1)) --timeout 200
 
