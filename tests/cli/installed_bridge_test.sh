@@ -13,6 +13,9 @@ ferrylink=$prefix/bin/ferrylink
 
 [[ $("$ferrylink" --version) == "ferrylink $version" ]]
 [[ -s $prefix/share/man/man1/ferrylink.1 && -s $prefix/lib/systemd/system/ferrylink.service ]]
+if command -v systemd-analyze >/dev/null; then
+  MANPATH=$prefix/share/man systemd-analyze verify "$prefix"/lib/systemd/system/*.service
+fi
 if ldd "$ferrylink" | grep -E 'libssl|libcurl|libsqlite|httplib'; then exit 1; fi
 # The app is handed over to the installed ferrylink-app, which checks --listen.
 status=0; "$ferrylink" app --listen nowhere 2>/dev/null || status=$?
