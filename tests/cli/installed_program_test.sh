@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
-# The installed tree as a user gets it: installed into a temporary prefix, the
+# The programs as a user gets them: installed into a temporary prefix, the
 # installed `ferrylink run` finds its data folder and hands over a simulated
-# console on loopback, and carries none of the app's libraries.
-#   installed_bridge_test.sh BUILD_DIR SIMCONSOLE VERSION
+# console on loopback, carries none of the app's libraries, and answers wrong
+# arguments with one line and status 2. The join of every client is the
+# compatibility suite's.
+#   installed_program_test.sh BUILD_DIR SIMCONSOLE VERSION
 set -euo pipefail
 build=$1 simconsole=$2 version=$3
 prefix=$(mktemp -d)
@@ -20,6 +22,23 @@ if ldd "$ferrylink" | grep -E 'libssl|libcurl|libsqlite|httplib'; then exit 1; f
 # The app is handed over to the installed ferrylink-app, which checks --listen.
 status=0; "$ferrylink" app --listen nowhere 2>/dev/null || status=$?
 [[ $status == 2 ]]
+
+# Wrong arguments, one set a line: one line that starts "ferrylink: ", status 2.
+while read -r line; do
+  eval "words=($line)"
+  status=0; output=$("$ferrylink" "${words[@]}" 2>&1) || status=$?
+  [[ $status == 2 && $output == "ferrylink: "* && $output != *$'\n'* ]] || { echo "$line: status $status, $output"; exit 1; }
+done <<'EOF'
+run
+run h 0
+run h 65536
+run h abc
+run h --listen-port -1
+run ' '
+ping
+ping h 19132x
+fly
+EOF
 
 # The bridge, set up in the installed config file as the service has it, says
 # where it really listens; the next port stands in for a taken one.
