@@ -1,7 +1,8 @@
 #pragma once
 
 // Helpers shared by the app's suites: driving the main queue, a scratch
-// folder, and collecting the app's system-log lines.
+// folder, the configuration of an app under test, and collecting the app's
+// system-log lines.
 
 #include <gtest/gtest.h>
 #include <netdb.h>
@@ -15,6 +16,7 @@
 #include <string_view>
 #include <vector>
 
+#include "app/app_config.h"
 #include "app/system_log.h"
 #include "foundation/dispatch_queue.h"
 
@@ -78,6 +80,21 @@ public:
 private:
     std::filesystem::path path_;
 };
+
+// An app that keeps its data in `dataDirectory`, checks names without a
+// resolver, probes no local address, and whose backend on 127.0.0.2 (not a
+// host the tests run to: Run refuses the backend's own) refuses every request.
+inline AppConfig testConfig(const std::filesystem::path& dataDirectory) {
+    AppConfig config;
+    config.backendHost = "127.0.0.2";
+    config.backendPort = 9;
+    config.dataDirectory = dataDirectory;
+    config.bridgeHost = "127.0.0.1";
+    config.bridgePort = 0;
+    config.nameCheck = numericNameCheck;
+    config.localNetworkAddresses = std::vector<std::string>{};
+    return config;
+}
 
 // Collects system-log lines from any thread while it lives.
 class LogCollector {

@@ -144,18 +144,6 @@ TEST_F(ConectionFormTest, StartRunsItsStepsInOrder) {
     });
 }
 
-TEST_F(ConectionFormTest, ARunThatFindsNoPortShowsWhyAndIsNotRunning) {
-    *bridges_.startFailure = "Another Ferrylink is already listening on UDP port 19132.";
-    press("10.0.0.1", "19132");
-    onMain([&] {
-        EXPECT_EQ(runningServer_->server.get(), nullptr);
-        EXPECT_EQ(serverState_->get(), kServerNotRunning);
-        EXPECT_TRUE(form_->bindFailedAlert.get());
-        EXPECT_EQ(form_->bindFailure.get(), "Another Ferrylink is already listening on UDP port 19132.");
-    });
-    EXPECT_EQ(lastBridge()->stops, 0);
-}
-
 TEST_F(ConectionFormTest, StopThenCloseReportsNotRunning) {
     press("10.0.0.1", "19132");
     auto bridge = lastBridge();

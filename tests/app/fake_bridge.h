@@ -18,11 +18,8 @@ namespace ferrylink::app::testing {
 class FakeBridge : public BridgeServer {
 public:
     FakeBridge(BridgeArguments arguments, std::shared_ptr<std::vector<std::string>> events,
-               std::shared_ptr<std::atomic<bool>> closeOnStop, std::optional<std::string> startFailure)
-        : arguments(std::move(arguments)),
-          events_(std::move(events)),
-          closeOnStop_(closeOnStop),
-          startFailure_(std::move(startFailure)) {
+               std::shared_ptr<std::atomic<bool>> closeOnStop)
+        : arguments(std::move(arguments)), events_(std::move(events)), closeOnStop_(closeOnStop) {
         events_->push_back("construct");
     }
 
@@ -37,8 +34,7 @@ public:
         events_->push_back("start");
         group = std::move(startGroup);
         advert = startAdvert;
-        running_ = !startFailure_;
-        return startFailure_;
+        return std::nullopt;
     }
     std::optional<foundation::SocketAddress> localAddress() const override { return std::nullopt; }
     bool isRunning() const override { return running_.load(); }
@@ -64,7 +60,6 @@ public:
 private:
     std::shared_ptr<std::vector<std::string>> events_;
     std::shared_ptr<std::atomic<bool>> closeOnStop_;
-    std::optional<std::string> startFailure_;
     std::atomic<bool> running_{true};
     foundation::DispatchQueue queue_{"fake.bridge.queue"};
 };
@@ -76,13 +71,10 @@ struct FakeBridgeFactory {
         std::make_shared<std::vector<std::shared_ptr<FakeBridge>>>();
     // Whether a stopped bridge closes by itself, as the real one does.
     std::shared_ptr<std::atomic<bool>> closeOnStop = std::make_shared<std::atomic<bool>>(true);
-    // What start() of the bridges built from now on answers; empty: they listen.
-    std::shared_ptr<std::optional<std::string>> startFailure = std::make_shared<std::optional<std::string>>();
 
     BridgeFactory factory() {
-        return [events = events, built = built, closeOnStop = closeOnStop,
-                startFailure = startFailure](BridgeArguments arguments) {
-            auto bridge = std::make_shared<FakeBridge>(std::move(arguments), events, closeOnStop, *startFailure);
+        return [events = events, built = built, closeOnStop = closeOnStop](BridgeArguments arguments) {
+            auto bridge = std::make_shared<FakeBridge>(std::move(arguments), events, closeOnStop);
             built->push_back(bridge);
             return bridge;
         };

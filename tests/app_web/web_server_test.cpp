@@ -45,6 +45,9 @@ protected:
         onMain([&] { web_->start(); });
     }
 
+    // The answer's status; -1 when there was none.
+    static int status(const httplib::Result& answer) { return answer ? answer->status : -1; }
+
     template <typename T>
     static bool isReady(const std::future<T>& future) {
         return future.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
@@ -103,48 +106,35 @@ TEST_F(WebServerTest, TokenGuardsTheDocumentTheStreamAndTheActionsButNotTheStati
     serve(kToken);
     for (const std::string token : {"", "?token=ffffffffffffffffffffffffffffffff"}) {
         auto document = get("/" + token);
-        ASSERT_TRUE(document);
-        EXPECT_EQ(document->status, 401);
+        ASSERT_EQ(status(document), 401);
         EXPECT_EQ(document->get_header_value("Content-Type"), "text/plain; charset=utf-8");
         EXPECT_NE(document->body.find("access token"), std::string::npos);
 
         std::string separator = token.empty() ? "?" : "&";
         auto stream = get("/events" + token + separator + "page=p");
-        ASSERT_TRUE(stream);
-        EXPECT_EQ(stream->status, 401);
+        ASSERT_EQ(status(stream), 401);
         EXPECT_EQ(json::parse(stream->body)["error"], "missing or wrong access token");
-
-        auto run = post("/api/run" + token, R"({"ip":"127.0.0.1","port":"1"})");
-        ASSERT_TRUE(run);
-        EXPECT_EQ(run->status, 401);
-        auto unknown = post("/api/nothing" + token, "{}");
-        ASSERT_TRUE(unknown);
-        EXPECT_EQ(unknown->status, 401);
+        EXPECT_EQ(status(post("/api/run" + token, R"({"ip":"127.0.0.1","port":"1"})")), 401);
+        EXPECT_EQ(status(post("/api/nothing" + token, "{}")), 401);
     }
     EXPECT_TRUE(app_.bridges.built->empty());
 
     auto document = get(std::string("/?token=") + kToken);
-    ASSERT_TRUE(document);
-    EXPECT_EQ(document->status, 200);
+    ASSERT_EQ(status(document), 200);
     EXPECT_EQ(document->get_header_value("Referrer-Policy"), "no-referrer");
     EXPECT_NE(document->body.find("<!doctype html>"), std::string::npos);
     auto style = get("/style.css");
-    ASSERT_TRUE(style);
-    EXPECT_EQ(style->status, 200);
+    ASSERT_EQ(status(style), 200);
     EXPECT_EQ(style->get_header_value("Content-Type"), "text/css; charset=utf-8");
-    auto script = get("/js/main.js");
-    ASSERT_TRUE(script);
-    EXPECT_EQ(script->status, 200);
+    EXPECT_EQ(status(get("/js/main.js")), 200);
 }
 
 TEST_F(WebServerTest, ALoopbackListenerRefusesAForeignHostHeader) {
     serve();
-    for (const auto& [host, status] : std::vector<std::pair<std::string, int>>{
+    for (const auto& [host, expected] : std::vector<std::pair<std::string, int>>{
              {"attacker.example:8080", 403}, {"localhost.example.com", 403}, {"localhost:8080", 200},
              {"127.8.9.10:8080", 200}, {"[::1]:8080", 200}, {"::1", 200}}) {
-        auto answer = get("/", {{"Host", host}});
-        ASSERT_TRUE(answer) << host;
-        EXPECT_EQ(answer->status, status) << host;
+        EXPECT_EQ(status(get("/", {{"Host", host}})), expected) << host;
     }
 }
 
@@ -169,20 +159,14 @@ TEST_F(WebServerTest, MalformedRequestsAreRefusedWithAnErrorAndChangeNothing) {
     };
     for (const auto& each : cases) {
         auto answer = post(each.path, each.body);
-        ASSERT_TRUE(answer) << each.path << " " << each.body;
-        EXPECT_EQ(answer->status, 400) << each.path << " " << each.body;
+        ASSERT_EQ(status(answer), 400) << each.path << " " << each.body;
         EXPECT_EQ(answer->get_header_value("Content-Type"), "application/json");
         EXPECT_FALSE(json::parse(answer->body)["error"].get<std::string>().empty());
     }
-    auto wrongType = post("/api/favourites", R"({"ip":"a","port":"1"})", "text/plain");
-    ASSERT_TRUE(wrongType);
-    EXPECT_EQ(wrongType->status, 415);
-    auto noPage = get("/events");
-    ASSERT_TRUE(noPage);
-    EXPECT_EQ(noPage->status, 400);
+    EXPECT_EQ(status(post("/api/favourites", R"({"ip":"a","port":"1"})", "text/plain")), 415);
+    EXPECT_EQ(status(get("/events")), 400);
     auto tooBig = post("/api/favourites", R"({"ip":")" + std::string(70 * 1024, 'a') + R"(","port":"1"})");
-    ASSERT_TRUE(tooBig);
-    EXPECT_EQ(tooBig->status, 413);
+    ASSERT_EQ(status(tooBig), 413);
     EXPECT_TRUE(json::parse(tooBig->body).contains("error"));
 
     // Nothing moved: no row, no run, the switch on, and the form as new.
@@ -198,23 +182,16 @@ TEST_F(WebServerTest, MalformedRequestsAreRefusedWithAnErrorAndChangeNothing) {
 TEST_F(WebServerTest, PathsAndMethodsOutsideTheContract) {
     serve();
     for (const char* path : {"/api/nothing", "/API.md", "/js/", "/js%2Fmain.js", "/js/..%2fstyle.css"}) {
-        auto answer = get(path);
-        ASSERT_TRUE(answer) << path;
-        EXPECT_EQ(answer->status, 404) << path;
+        EXPECT_EQ(status(get(path)), 404) << path;
+    }
+    for (const char* id : {"99", "x1"}) {
+        auto removal = send([&](httplib::Client& client) { return client.Delete(std::string("/api/favourites/") + id); });
+        EXPECT_EQ(status(removal), 404) << id;
     }
     auto wrongMethod = get("/api/run");
-    ASSERT_TRUE(wrongMethod);
-    EXPECT_EQ(wrongMethod->status, 405);
+    ASSERT_EQ(status(wrongMethod), 405);
     EXPECT_EQ(wrongMethod->get_header_value("Allow"), "POST");
-    auto missing = send([](httplib::Client& client) { return client.Delete("/api/favourites/99"); });
-    ASSERT_TRUE(missing);
-    EXPECT_EQ(missing->status, 404);
-    auto notANumber = send([](httplib::Client& client) { return client.Delete("/api/favourites/x1"); });
-    ASSERT_TRUE(notANumber);
-    EXPECT_EQ(notANumber->status, 404);
-    auto noMessage = post("/api/message/dismiss", R"({"key":"bm8="})");
-    ASSERT_TRUE(noMessage);
-    EXPECT_EQ(noMessage->status, 409);
+    EXPECT_EQ(status(post("/api/message/dismiss", R"({"key":"bm8="})")), 409);
 }
 
 }  // namespace

@@ -1,17 +1,9 @@
 #pragma once
 
-// A throw-away certificate authority and a server certificate signed by it,
-// for tests that speak TLS over loopback. Both are made with the `openssl`
-// command line in a fresh temporary directory, which goes again with the
-// object. Header only: include it from any suite, nothing to link.
-//
-//   const auto& certificate = ferrylink::testing::TestCertificate::shared();
-//   server: certificate.serverCertificate(), certificate.serverKey()
-//   client: trust certificate.caCertificate() and verify the peer as usual
-//
-// The server certificate is an EC P-256 leaf, valid for two days, with the
-// subject "CN=localhost" and the names 127.0.0.1, ::1 and localhost unless
-// others are asked for.
+// A throw-away certificate authority and a server certificate signed by it
+// (EC P-256, two days, "CN=localhost" for 127.0.0.1, ::1 and localhost), for
+// tests that speak TLS over loopback. Made with the `openssl` command line in
+// a temporary directory that goes again with the object.
 
 #include <stdlib.h>
 
@@ -19,29 +11,24 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <stdexcept>
 #include <string>
 #include <system_error>
-#include <vector>
 
 namespace ferrylink::testing {
 
 class TestCertificate {
 public:
-    // Subject alternative names in openssl's notation ("IP:127.0.0.1",
-    // "DNS:localhost"). Throws std::runtime_error, with what openssl said,
-    // when a step fails.
-    explicit TestCertificate(std::vector<std::string> subjectAltNames = {"IP:127.0.0.1", "IP:::1",
-                                                                         "DNS:localhost"}) {
+    // Throws std::runtime_error, with what openssl said, when a step fails.
+    TestCertificate() {
         std::string pattern = (std::filesystem::temp_directory_path() / "ferrylink-certificate-XXXXXX").string();
         if (mkdtemp(pattern.data()) == nullptr) {
             throw std::system_error(errno, std::generic_category(), "cannot make a directory for certificates");
         }
         directory_ = pattern;
         try {
-            make(subjectAltNames);
+            make();
         } catch (...) {
             removeDirectory();
             throw;
@@ -58,28 +45,17 @@ public:
         return certificate;
     }
 
-    const std::filesystem::path& directory() const { return directory_; }
     // PEM of the authority: what a client trusts.
     const std::filesystem::path& caCertificate() const { return caCertificate_; }
     // PEM of the server's certificate (the leaf alone) and its unencrypted key.
     const std::filesystem::path& serverCertificate() const { return serverCertificate_; }
     const std::filesystem::path& serverKey() const { return serverKey_; }
 
-    // The authority's PEM text, for clients that take trust anchors in memory.
-    std::string caCertificatePem() const {
-        std::ifstream file(caCertificate_, std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-    }
-
 private:
-    void make(const std::vector<std::string>& subjectAltNames) {
+    void make() {
         caCertificate_ = directory_ / "ca.pem";
         serverCertificate_ = directory_ / "server.pem";
         serverKey_ = directory_ / "server.key";
-        std::string names;
-        for (const auto& name : subjectAltNames) {
-            names += (names.empty() ? "" : ",") + name;
-        }
         // A configuration of our own, so that the machine's openssl.cnf plays
         // no part; the subjects and extensions are given on the command line.
         const auto config = directory_ / "openssl.cnf";
@@ -93,7 +69,7 @@ private:
                    quoted(caCertificate_) + " -CAkey " + quoted(directory_ / "ca.key") +
                    " -subj /CN=localhost -addext basicConstraints=critical,CA:FALSE"
                    " -addext keyUsage=critical,digitalSignature -addext extendedKeyUsage=serverAuth"
-                   " -addext " + quoted("subjectAltName=" + names));
+                   " -addext 'subjectAltName=IP:127.0.0.1,IP:::1,DNS:localhost'");
     }
 
     static std::string quoted(const std::filesystem::path& text) { return "'" + text.string() + "'"; }
