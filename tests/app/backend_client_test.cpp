@@ -23,12 +23,8 @@ using testing::onMain;
 using testing::runMainUntil;
 using testing::ScratchDirectory;
 
-std::shared_ptr<BackendSession> sessionFor(int port, bool trustTestAuthority = true) {
-    BackendEndpoint endpoint{"127.0.0.1", port, std::nullopt};
-    if (trustTestAuthority) {
-        endpoint.caFile = TestCertificate::shared().caCertificate();
-    }
-    return std::make_shared<BackendSession>(endpoint);
+std::shared_ptr<BackendSession> sessionFor(int port) {
+    return std::make_shared<BackendSession>(BackendEndpoint{"127.0.0.1", port, TestCertificate::shared().caCertificate()});
 }
 
 // The real backend, in process, on 127.0.0.1 with a test certificate.
@@ -107,12 +103,10 @@ TEST_F(RealBackend, RunReportCarriesTheInstallIdentityAsPrettyJson) {
     EXPECT_EQ(clientIdentifier(defaults), entry.clientIp);
 }
 
-TEST(BackendFailures, UntrustedCertificateIsATransportError) {
-    backend::Store store(":memory:");
-    backend::BackendServerThread server(store, TestCertificate::shared().serverCertificate(),
-                                        TestCertificate::shared().serverKey());
+TEST_F(RealBackend, UntrustedCertificateIsATransportError) {
     LogCollector log;
-    auto blacklist = BlacklistServers::make(sessionFor(server.port(), /*trustTestAuthority=*/false));
+    auto blacklist = BlacklistServers::make(
+        std::make_shared<BackendSession>(BackendEndpoint{"127.0.0.1", server_.port(), std::nullopt}));
     onMain([&] { blacklist->fetchBlacklist(); });
     ASSERT_TRUE(runMainUntil([&] { return log.count() > 0; }));
     EXPECT_TRUE(log.lines()[0].starts_with("Fetch failed: SSL")) << log.lines()[0];

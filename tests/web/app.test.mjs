@@ -1,9 +1,9 @@
-// The app around the screens: the backend's message alert, the access token
-// and the lost stream.
+// The app around the screens: the backend's message alert and the lost
+// stream. (The access token: phone.test.mjs.)
 
 import assert from "node:assert/strict";
 import { describe, test } from "node:test";
-import { addressOf, answerAlert, launchBrowser, noAlert, openAlert, openPage, reload, startTarget, useTarget } from "./fixture.mjs";
+import { answerAlert, noAlert, openAlert, reload, useTarget } from "./fixture.mjs";
 
 const app = useTarget();
 
@@ -39,40 +39,6 @@ describe("the message alert", () => {
     assert.equal(await first.evaluate(() => document.querySelector("dialog#alert").open), false);
     await first.close();
     await second.close();
-  });
-});
-
-describe("the access token", () => {
-  test("the page carries it on the stream and every action; a restart with a new one says so", async () => {
-    const guarded = await startTarget({ token: "00000000000000000000000000000001" });
-    const browser = await launchBrowser();
-    try {
-      const seen = [];
-      browser.context.on("request", (outgoing) => {
-        const url = new URL(outgoing.url());
-        if (url.pathname === "/events" || url.pathname.startsWith("/api/")) seen.push(url);
-      });
-      const page = await openPage(browser.context, guarded);
-      await page.fill("#ip", " ");
-      await page.click("#run");
-      await answerAlert(page, "OK");
-      await page.click("#add-favourite");
-      await page.waitForSelector('[data-testid="favourite-row"]');
-      for (const pathname of ["/events", "/api/scene", "/api/form", "/api/run", "/api/alert/dismiss", "/api/favourites"]) {
-        assert.ok(seen.some((url) => url.pathname === pathname), `no request to ${pathname}`);
-      }
-      for (const url of seen) assert.equal(url.searchParams.get("token"), guarded.token, url.pathname);
-
-      const oldAddress = addressOf(guarded, "/");
-      await guarded.restart({ token: "00000000000000000000000000000002" });
-      await page.waitForFunction(() => document.body.dataset.stream === "unauthorized", null, { timeout: 15000 });
-      assert.equal(await page.textContent("#banner"), "This address lacks its access token. Open the address that ferrylink printed when it started.");
-      const refused = await fetch(oldAddress);
-      assert.equal(refused.status, 401);
-    } finally {
-      await browser.close();
-      await guarded.close();
-    }
   });
 });
 

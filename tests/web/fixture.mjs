@@ -1,20 +1,6 @@
 // The one fixture of the browser tests: the real programs on loopback, Debian's
 // Chromium in a fresh profile, and the page helpers every test file uses.
-//
-// * `ferrylink-backend` on 127.0.0.2, behind a throw-away certificate
-//   authority made with `openssl`, with the partnered list, blocklist and
-//   message of fixtures/backend.json put in through its own commands;
-// * `ferrylink app` on 127.0.0.1 (a port of the system's choice), with a
-//   data folder of its own, its bridge on a free UDP port of 127.0.0.1, and
-//   a name check that asks no resolver.
-//
-// The backend has an address of its own because Run refuses any host that
-// contains the backend's: the tests run to 127.0.0.1.
-//
-// Environment:
-//   FERRYLINK_BIN       the folder of the programs (default build/default/bin)
-//   CHROMIUM            the browser binary (default /usr/bin/chromium)
-//   FERRYLINK_TEST_VERBOSE=1  echo the programs' output
+// README.md tells what runs where and the environment it reads.
 
 import { spawn } from "node:child_process";
 import dgram from "node:dgram";
@@ -128,7 +114,7 @@ async function run(file, args, options = {}) {
 // ---------------------------------------------------------------- addresses
 
 /** A TCP port of `host` that nobody listens on right now. */
-export async function freeTcpPort(host) {
+async function freeTcpPort(host) {
   const server = net.createServer();
   server.listen(0, host);
   await once(server, "listening");
@@ -138,7 +124,7 @@ export async function freeTcpPort(host) {
 }
 
 /** A UDP port of 127.0.0.1, with the one after it, that nobody holds right now. */
-export async function freeUdpPort() {
+async function freeUdpPort() {
   for (;;) {
     const socket = dgram.createSocket("udp4");
     socket.bind(0, APP_HOST);
@@ -153,28 +139,18 @@ export async function freeUdpPort() {
 // ------------------------------------------------------------- certificates
 
 /** A certificate authority and a server certificate for 127.0.0.2, made in `dir`. */
-export async function makeCertificates(dir) {
+async function makeCertificates(dir) {
   const file = (name) => path.join(dir, name);
-  await writeFile(file("ca.cnf"), [
-    "[req]", "prompt = no", "distinguished_name = dn", "x509_extensions = ca_ext",
-    "[dn]", "CN = Ferrylink Browser Test CA",
-    "[ca_ext]", "basicConstraints = critical, CA:TRUE", "keyUsage = critical, keyCertSign, cRLSign", "subjectKeyIdentifier = hash",
-    "",
-  ].join("\n"));
-  await writeFile(file("server.cnf"), [
-    "[req]", "prompt = no", "distinguished_name = dn",
-    "[dn]", `CN = ${BACKEND_HOST}`,
-    "[server_ext]", "basicConstraints = critical, CA:FALSE", "keyUsage = critical, digitalSignature",
-    "extendedKeyUsage = serverAuth", "subjectKeyIdentifier = hash", "authorityKeyIdentifier = keyid",
-    `subjectAltName = IP:${BACKEND_HOST}`,
-    "",
-  ].join("\n"));
-  const ec = ["-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes"];
-  await run("openssl", ["req", "-x509", "-config", file("ca.cnf"), ...ec, "-keyout", file("ca.key"), "-out", file("ca.pem"), "-days", "2"]);
-  await run("openssl", ["req", "-new", "-config", file("server.cnf"), ...ec, "-keyout", file("server.key"), "-out", file("server.csr")]);
-  await run("openssl", ["x509", "-req", "-in", file("server.csr"), "-CA", file("ca.pem"), "-CAkey", file("ca.key"),
-    "-CAcreateserial", "-CAserial", file("ca.srl"), "-days", "2", "-extfile", file("server.cnf"), "-extensions", "server_ext",
-    "-out", file("server.pem")]);
+  // A configuration of our own, so that the machine's openssl.cnf plays no part.
+  await writeFile(file("openssl.cnf"), "[req]\ndistinguished_name = dn\n[dn]\n");
+  const request = ["req", "-x509", "-config", file("openssl.cnf"), "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1",
+    "-nodes", "-days", "2"];
+  await run("openssl", [...request, "-keyout", file("ca.key"), "-out", file("ca.pem"), "-subj", "/CN=Ferrylink Browser Test CA",
+    "-addext", "basicConstraints=critical,CA:TRUE", "-addext", "keyUsage=critical,keyCertSign,cRLSign"]);
+  await run("openssl", [...request, "-keyout", file("server.key"), "-out", file("server.pem"),
+    "-CA", file("ca.pem"), "-CAkey", file("ca.key"), "-subj", `/CN=${BACKEND_HOST}`,
+    "-addext", "basicConstraints=critical,CA:FALSE", "-addext", "keyUsage=critical,digitalSignature",
+    "-addext", "extendedKeyUsage=serverAuth", "-addext", `subjectAltName=IP:${BACKEND_HOST}`]);
   return { ca: file("ca.pem"), certificate: file("server.pem"), key: file("server.key") };
 }
 
@@ -200,7 +176,7 @@ async function seedBackend(database, fixture) {
  * `ferrylink-backend serve` on 127.0.0.2. `requests` is its request log
  * ("GET /getStatus", ...); `waitForRequest(text)` waits for a line with it.
  */
-export async function startBackend({ dir, certificates, fixture }) {
+async function startBackend({ dir, certificates, fixture }) {
   const database = path.join(dir, "backend.db");
   await seedBackend(database, fixture);
   const child = new Child(program("ferrylink-backend"), ["serve", "--cert", certificates.certificate, "--key", certificates.key,
@@ -222,7 +198,7 @@ export async function startBackend({ dir, certificates, fixture }) {
  * `ferrylink app` on 127.0.0.1. `backendPort` null points it at a port of
  * 127.0.0.2 where nothing listens: the backend is down.
  */
-export async function startApp({ dataDir, certificates, backendPort, bridgePort, port = 0, token = null }) {
+async function startApp({ dataDir, certificates, backendPort, bridgePort, port = 0, token = null }) {
   const backendAt = backendPort ?? await freeTcpPort(BACKEND_HOST);
   const env = {
     FERRYLINK_TEST_NAME_CHECK: "offline",
@@ -355,9 +331,9 @@ export async function joinAsConsole(target, { timeout = 20000 } = {}) {
 
 // ------------------------------------------------------------------ browser
 
-export const PHONE = { width: 390, height: 844 };
+const PHONE = { width: 390, height: 844 };
 
-export const CHROMIUM_ARGS = [
+const CHROMIUM_ARGS = [
   "--headless",
   "--no-sandbox",
   "--disable-gpu",
@@ -415,29 +391,24 @@ export async function openPage(context, target, { viewport = PHONE, dismissMessa
   });
   page.errors = errors;
   await page.goto(addressOf(target));
-  await page.waitForSelector('body[data-synced="true"]');
-  if (dismissMessage) await closeAlertIf(page, "message", "Ok");
+  await synced(page, dismissMessage);
   return page;
 }
 
 /** Reloads the page and waits for its first whole state, as openPage does. */
 export async function reload(page, { dismissMessage = true } = {}) {
   await page.reload();
-  await page.waitForSelector('body[data-synced="true"]');
-  if (dismissMessage) await closeAlertIf(page, "message", "Ok");
+  await synced(page, dismissMessage);
 }
 
-/** If the alert with this key is up (now or within a moment), presses `button` on it. */
-export async function closeAlertIf(page, key, button) {
-  const dialog = page.locator(`dialog#alert[open][data-alert="${key}"]`);
-  try {
-    await dialog.waitFor({ timeout: 500 });
-  } catch {
-    return false;
-  }
-  await dialog.getByRole("button", { name: button, exact: true }).click();
-  await page.locator(`dialog#alert[data-alert="${key}"]`).waitFor({ state: "detached", timeout: 5000 }).catch(() => {});
-  return true;
+/** Waits for the page's first whole state; then presses "Ok" on the message if it is up (now or within a moment). */
+async function synced(page, dismissMessage) {
+  await page.waitForSelector('body[data-synced="true"]');
+  if (!dismissMessage) return;
+  const dialog = page.locator('dialog#alert[open][data-alert="message"]');
+  if (!await dialog.waitFor({ timeout: 500 }).then(() => true, () => false)) return;
+  await dialog.getByRole("button", { name: "Ok", exact: true }).click();
+  await page.locator('dialog#alert[data-alert="message"]').waitFor({ state: "detached", timeout: 5000 }).catch(() => {});
 }
 
 /** The open alert's key, title, message and buttons, once one is up. */
@@ -496,6 +467,26 @@ export async function press(page, ip, port = "19132") {
   await page.fill("#ip", ip);
   await page.fill("#port", port);
   await page.click("#run");
+}
+
+/** What the form's host and port fields hold. */
+export async function fields(page) {
+  return [await page.inputValue("#ip"), await page.inputValue("#port")];
+}
+
+/** Each partnered row as title, players and the runs of its subtitle with their computed look. */
+export async function partneredRows(page) {
+  await page.waitForSelector('[data-testid="partnered-row"]');
+  return page.$$eval('[data-testid="partnered-row"]', (rows) => rows.map((row) => ({
+    title: row.querySelector('[data-testid="partnered-title"]').textContent,
+    players: row.querySelector('[data-testid="partnered-players"]').textContent,
+    runs: [...row.querySelectorAll(".run")].map((run) => {
+      const style = getComputedStyle(run);
+      const look = [style.color, style.fontWeight === "700" && "bold", style.fontStyle === "italic" && "italic",
+        style.textDecorationLine !== "none" && style.textDecorationLine];
+      return [run.textContent, look.filter(Boolean).join(" ")];
+    }),
+  })));
 }
 
 /** Makes the page report itself seen or not, as a switch of tabs or a locked phone does. */

@@ -1,10 +1,10 @@
 // The app on a phone: its own font, nothing that scrolls sideways from 320 to
-// 430 px wide, taps of at least 44 px, and what a phone needs to put it on
-// its home screen as an app of its own.
+// 430 px wide, taps of at least 44 px, what a phone needs to put it on its
+// home screen as an app of its own, and the access token that lets it in.
 
 import assert from "node:assert/strict";
 import { test } from "node:test";
-import { addressOf, useTarget } from "./fixture.mjs";
+import { addressOf, answerAlert, useTarget, waitForButton } from "./fixture.mjs";
 
 const app = useTarget({ token: "0123456789abcdef0123456789abcdef" });
 
@@ -26,16 +26,20 @@ test("the text is drawn in the app's own font, loaded from ferrylink (the browse
 });
 
 for (const width of [320, 430]) {
-  test(`at ${width} px wide nothing scrolls sideways and every tap target is at least 44 px`, async () => {
+  test(`at ${width} px wide nothing scrolls sideways, every tap target is at least 44 px and a long host wraps`, async () => {
     const page = await app.open({ viewport: { width, height: 740 } });
     // Rows in every list, a long host in the status line, each tab shown.
     await page.fill("#ip", "a-rather-long-host-name-for-a-server.subdomain.example.net");
     await page.click("#add-favourite");
     await page.waitForSelector('[data-testid="favourite-row"]');
     await page.waitForSelector('[data-testid="partnered-row"]');
-    await page.fill("#ip", "127.0.0.1");
+    const buttons = await page.locator("#run").boundingBox();
     await page.click("#run");
-    await page.waitForFunction(() => document.querySelector("#run").textContent === "Stop", null, { timeout: 15000 });
+    await waitForButton(page, "Stop");
+    assert.deepEqual(await page.locator("#run").boundingBox(), buttons, "the buttons stay put");
+    const state = await page.locator("#server-state").evaluate((element) =>
+      Math.round(element.getBoundingClientRect().height / parseFloat(getComputedStyle(element).lineHeight)));
+    assert.ok(state >= 2, `the status line takes ${state} line(s)`);
     const measure = () => page.evaluate(() => {
       const sideways = [document.documentElement, document.body, ...document.querySelectorAll(".scroll")]
         .filter((element) => element.scrollWidth > element.clientWidth + 0.5)
@@ -56,7 +60,7 @@ for (const width of [320, 430]) {
     }
     await page.click("#tab-connection");
     await page.click("#run");
-    await page.waitForFunction(() => document.querySelector("#run").textContent === "Run");
+    await waitForButton(page, "Run");
     await page.close();
   });
 }
@@ -95,4 +99,29 @@ test("a phone can put it on its home screen: manifest, icons, and the tags for f
   }
   assert.ok(sizes.includes("192x192") && sizes.includes("512x512") && sizes.includes("180x180"));
   await page.close();
+});
+
+// Last: it restarts the app with another token.
+test("the page carries the token on the stream and every action; a restart with a new one says so", async () => {
+  const seen = [];
+  app.browser.context.on("request", (outgoing) => {
+    const url = new URL(outgoing.url());
+    if (url.pathname === "/events" || url.pathname.startsWith("/api/")) seen.push(url);
+  });
+  const page = await app.open();
+  await page.fill("#ip", " ");
+  await page.click("#run");
+  await answerAlert(page, "OK");
+  await page.click("#add-favourite");
+  await page.waitForSelector('[data-testid="favourite-row"]');
+  for (const pathname of ["/events", "/api/scene", "/api/form", "/api/run", "/api/alert/dismiss", "/api/favourites"]) {
+    assert.ok(seen.some((url) => url.pathname === pathname), `no request to ${pathname}`);
+  }
+  for (const url of seen) assert.equal(url.searchParams.get("token"), app.target.token, url.pathname);
+
+  const oldAddress = addressOf(app.target, "/");
+  await app.target.restart({ token: "00000000000000000000000000000002" });
+  await page.waitForFunction(() => document.body.dataset.stream === "unauthorized", null, { timeout: 15000 });
+  assert.equal(await page.textContent("#banner"), "This address lacks its access token. Open the address that ferrylink printed when it started.");
+  assert.equal((await fetch(oldAddress)).status, 401);
 });

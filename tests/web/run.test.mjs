@@ -1,14 +1,16 @@
-// Run and Stop with the real bridge behind them, and the rule that keeps it
-// alive: a page that can be seen is in the foreground, whatever has the
-// focus; only no page seen for two seconds sends the app to the background.
-// A simulated console joins the advertised world to tell whether the bridge
-// really answers.
+// Run and Stop with the real bridge behind them: the hosts the form refuses,
+// and the rule that keeps the bridge alive: a page that can be seen is in the
+// foreground, whatever has the focus; only no page seen for two seconds sends
+// the app to the background. A simulated console joins the advertised world
+// to tell whether the bridge really answers.
 
 import assert from "node:assert/strict";
 import dgram from "node:dgram";
 import { once } from "node:events";
 import { test } from "node:test";
-import { joinAsConsole, openAlert, press, reload, setVisibility, useTarget, waitForButton, waitForScene } from "./fixture.mjs";
+import {
+  answerAlert, fields, joinAsConsole, noAlert, openAlert, press, reload, setVisibility, useTarget, waitForButton, waitForScene,
+} from "./fixture.mjs";
 
 const app = useTarget();
 
@@ -16,6 +18,7 @@ async function assertBridgeSendsTo(transfer) {
   const joined = await joinAsConsole(app.target);
   assert.equal(joined.code, 0, joined.output);
   assert.equal(joined.transfer, transfer);
+  return joined;
 }
 
 /** A console that finds no bridge gives up; a short wait is enough to tell. */
@@ -25,17 +28,38 @@ async function assertNoBridge() {
   assert.equal(attempt.transfer, null);
 }
 
-async function fields(page) {
-  return [await page.inputValue("#ip"), await page.inputValue("#port")];
-}
-
 /** Waits for `ferrylink app` to print a time-stamped line that ends in `text`. */
 function logged(text) {
   const escaped = text.replace(/[.*+?^${}()|[\]\\]/g, "\\$&");
   return app.target.app.child.waitForLine(new RegExp(`^\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d ${escaped}$`), { timeout: 5000 });
 }
 
-test("Run sends a joining console on to the cleaned target and reports the run; Stop ends the bridge", async () => {
+const REFUSED = [
+  ["a host of blanks", "   ", "Server IP address cannot be empty."],
+  ["a blocked host, after cleaning", "https://Blocked.Example.ORG:19132", "This is Java edition server! You cannot connect to it."],
+  ["a host that doesn't resolve", "nowhere.invalid", "Invalid IP address."],
+  ["a host of colons only", ":::", "Invalid IP address."],
+];
+
+test("each refused host presents its alert, again at each press once dismissed", async () => {
+  const page = await app.open();
+  for (const [what, host, title] of REFUSED) {
+    await press(page, host);
+    const alert = await openAlert(page);
+    assert.equal(alert.title, title, what);
+    assert.deepEqual(alert.buttons, [{ label: "OK", role: "default" }]);
+    await answerAlert(page, "OK");
+    // Escape dismisses like the button; the flag is reset either way.
+    await page.click("#run");
+    assert.equal((await openAlert(page)).title, title, what);
+    await page.keyboard.press("Escape");
+    await noAlert(page);
+  }
+  assert.equal(await page.textContent("#run"), "Run");
+  await page.close();
+});
+
+test("Run sends a joining console on to the cleaned target and reports the run; Stop, past the same checks, ends the bridge", async () => {
   const page = await app.open();
   await press(page, " HTTPS://127.0.0.1:1/ ", "port 19133");
   await waitForButton(page, "Stop");
@@ -43,13 +67,18 @@ test("Run sends a joining console on to the cleaned target and reports the run; 
   assert.equal(await page.locator("#status").isVisible(), true);
   // The fields keep what was typed; only the run uses the cleaned values.
   assert.deepEqual(await fields(page), [" HTTPS://127.0.0.1:1/ ", "port 19133"]);
-  await assertBridgeSendsTo("127.0.0.1:19133");
+  const joined = await assertBridgeSendsTo("127.0.0.1:19133");
+  assert.match(joined.output, /^Advert: MCPE;Ferrylink;560;1\.19\.50;0;99;-?\d+;Join me!;Creative$/m);
   await app.target.backend.waitForRequest("POST /postLog");
   await logged("Run started: consoles are sent on to 127.0.0.1:19133");
   await logged("Console handed over to 127.0.0.1:19133");
   assert.ok(app.target.app.child.lines.some((line) => / Console joined from 127\.0\.0\.1:\d+$/.test(line)));
 
-  await page.click("#run");
+  await press(page, "");
+  assert.equal((await openAlert(page)).key, "emptyIpAlert");
+  await answerAlert(page, "OK");
+  assert.equal(await page.textContent("#run"), "Stop");
+  await press(page, "127.0.0.1", "19133");
   await waitForButton(page, "Run");
   await page.waitForFunction(() => document.querySelector("#server-state").textContent === "Server is not running!");
   assert.equal(await page.locator("#status").isVisible(), false);
@@ -59,17 +88,22 @@ test("Run sends a joining console on to the cleaned target and reports the run; 
   await page.close();
 });
 
-test("losing the focus, to another window or a second tab, never stops a running bridge", async () => {
+test("a reload, lost focus and a second tab keep the bridge, show the app's fields and status; Stop stops from either", async () => {
   const page = await app.open();
-  await press(page, "127.0.0.1");
+  await press(page, "127.0.0.1", "19140");
   await waitForButton(page, "Stop");
+  await reload(page);
+  assert.deepEqual(await fields(page), ["127.0.0.1", "19140"]);
+  assert.equal(await page.textContent("#run"), "Stop");
+
+  // Losing the focus, to another window or a second tab, for longer than the
+  // grace before the background.
   await page.evaluate(() => {
     document.hasFocus = () => false;
     window.dispatchEvent(new Event("blur"));
   });
-  const other = await app.open();
-  await other.bringToFront();
-  // Longer than the grace before the background.
+  const second = await app.open();
+  await second.bringToFront();
   await new Promise((resolve) => setTimeout(resolve, 2500));
   await page.evaluate(() => {
     document.hasFocus = () => true;
@@ -78,29 +112,13 @@ test("losing the focus, to another window or a second tab, never stops a running
   await page.bringToFront();
   await waitForScene(page, "active");
   assert.equal(await page.textContent("#run"), "Stop");
-  await assertBridgeSendsTo("127.0.0.1:19132");
-  await other.close();
-  await page.click("#run");
-  await waitForButton(page, "Run");
-  await page.close();
-});
-
-test("a reload and a second tab show the app's fields and status, and Stop stops from either", async () => {
-  const page = await app.open();
-  await press(page, "127.0.0.1", "19140");
-  await waitForButton(page, "Stop");
-  await reload(page);
-  assert.deepEqual(await fields(page), ["127.0.0.1", "19140"]);
-  assert.equal(await page.textContent("#run"), "Stop");
-  // The bridge went on through the reload: its event-loop group was kept.
+  // The bridge went on through all of it: its event-loop group was kept.
   await assertBridgeSendsTo("127.0.0.1:19140");
 
-  const second = await app.open();
   assert.deepEqual(await fields(second), ["127.0.0.1", "19140"]);
   assert.equal(await second.textContent("#server-state"), "Server is running and will transfer to 127.0.0.1:19140!");
   await second.fill("#port", "19141");
   await page.waitForFunction(() => document.querySelector("#port").value === "19141");
-
   await page.click("#run");
   await waitForButton(second, "Run");
   await assertNoBridge();
