@@ -45,51 +45,8 @@ TEST(UserDefaults, KeepsTypedValuesAndReadsThemAcrossTypes) {
     EXPECT_FALSE(defaults.object("text"));
 }
 
-std::vector<std::pair<std::string, std::string>> rowsOf(PersistentStore& store) {
-    std::vector<std::pair<std::string, std::string>> rows;
-    for (const auto& row : store.viewContext().servers.get()) {
-        rows.emplace_back(row.ip.value_or("<none>"), row.port.value_or("<none>"));
-    }
-    return rows;
-}
-
-TEST(PersistentStore, FavouritesSurviveARestart) {
-    ScratchDirectory scratch;
-    auto file = scratch.path() / "Ferrylink.sqlite";
-    onMain([&] {
-        PersistentStore store(file);
-        auto& context = store.viewContext();
-        for (auto [ip, port] : {std::pair{"play.example.net", "19132"}, std::pair{"", "19132"},
-                                std::pair{"play.example.net", "19132"}}) {
-            auto server = context.newServer();
-            server->setIp(ip);
-            server->setPort(port);
-            context.insert(server);
-            store.save();
-        }
-        EXPECT_FALSE(context.hasChanges());
-        // Made but never saved: listed as a change, gone at the restart.
-        auto pending = context.newServer();
-        pending->setIp("pending.example");
-        pending->setPort("1");
-        EXPECT_TRUE(context.hasChanges());
-    });
-    onMain([&] {
-        PersistentStore reopened(file);
-        // No uniqueness: the equal rows are both kept.
-        EXPECT_EQ(rowsOf(reopened), (std::vector<std::pair<std::string, std::string>>{
-                                        {"play.example.net", "19132"}, {"", "19132"}, {"play.example.net", "19132"}}));
-        auto& context = reopened.viewContext();
-        context.deleteObject(context.server(context.servers.get()[1].id));
-        reopened.save();
-    });
-    onMain([&] {
-        PersistentStore reopened(file);
-        EXPECT_EQ(rowsOf(reopened), (std::vector<std::pair<std::string, std::string>>{
-                                        {"play.example.net", "19132"}, {"play.example.net", "19132"}}));
-    });
-}
-
+// Favourites kept across a restart, equal ones and removals included, are the
+// browser journey's to check.
 TEST(PersistentStore, SaveWithoutChangesTouchesNothing) {
     ScratchDirectory scratch;
     auto file = scratch.path() / "Ferrylink.sqlite";

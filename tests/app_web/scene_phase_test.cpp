@@ -35,47 +35,34 @@ TEST(SomePageVisibleTest, AnOpenStreamCountsUntilItsPageReportsHidden) {
     }
 }
 
-class ScenePhaseTest : public ::testing::Test {
-protected:
-    ScenePhaseTest() {
-        onMain([&] {
-            session_ = WebSession::make(*app_.core);
-            session_->start();
-        });
-    }
-    ~ScenePhaseTest() override {
-        onMain([&] { session_->stop(); });
-    }
-
-    std::shared_ptr<EventStream> open(const std::string& page) {
-        auto stream = std::make_shared<EventStream>();
-        onMain([&] { session_->openStream(page, stream); });
-        return stream;
-    }
-
-    testing::WebTestApp app_;
-    std::shared_ptr<WebSession> session_;
-};
-
-TEST_F(ScenePhaseTest, APageIsForgottenThirtySecondsAfterItsLastStream) {
-    auto stream = open("page-a");
-    onMain([&] { session_->closeStream("page-a", stream); });
+TEST(ScenePhaseTest, APageIsForgottenThirtySecondsAfterItsLastStream) {
+    testing::WebTestApp app;
+    std::shared_ptr<WebSession> session;
+    auto stream = std::make_shared<EventStream>();
+    onMain([&] {
+        session = WebSession::make(*app.core);
+        session->start();
+        session->openStream("page-a", stream);
+        session->closeStream("page-a", stream);
+    });
     Clock::advance(29000);
     drainMain();
     size_t pages = 0;
-    onMain([&] { pages = session_->pageCount(); });
+    onMain([&] { pages = session->pageCount(); });
     EXPECT_EQ(pages, 1u);
 
     // A new stream within the time keeps the record, flags and all.
-    auto again = open("page-a");
+    auto again = std::make_shared<EventStream>();
+    onMain([&] { session->openStream("page-a", again); });
     Clock::advance(5000);
     drainMain();
-    onMain([&] { pages = session_->pageCount(); });
+    onMain([&] { pages = session->pageCount(); });
     EXPECT_EQ(pages, 1u);
 
-    onMain([&] { session_->closeStream("page-a", again); });
+    onMain([&] { session->closeStream("page-a", again); });
     Clock::advance(30000);
-    EXPECT_TRUE(runMainUntil([&] { return session_->pageCount() == 0; }));
+    EXPECT_TRUE(runMainUntil([&] { return session->pageCount() == 0; }));
+    onMain([&] { session->stop(); });
 }
 
 }  // namespace

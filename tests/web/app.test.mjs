@@ -2,7 +2,7 @@
 // stream. (The access token: phone.test.mjs.)
 
 import assert from "node:assert/strict";
-import { describe, test } from "node:test";
+import { test } from "node:test";
 import { answerAlert, noAlert, openAlert, reload, useTarget } from "./fixture.mjs";
 
 const app = useTarget();
@@ -17,29 +17,24 @@ const MESSAGE = {
   ],
 };
 
-describe("the message alert", () => {
-  test("\"Ok\" closes it for this page load only", async () => {
-    const page = await app.open({ dismissMessage: false });
-    assert.deepEqual(await openAlert(page), MESSAGE);
-    await answerAlert(page, "Ok");
-    await reload(page, { dismissMessage: false });
-    assert.deepEqual(await openAlert(page), MESSAGE);
-    await page.keyboard.press("Escape");
-    await noAlert(page);
-    await page.close();
-  });
+test("the message: \"Ok\" and Escape close it for this page load only, \"Don't show this message again\" on every page for good", async () => {
+  const page = await app.open({ dismissMessage: false });
+  assert.deepEqual(await openAlert(page), MESSAGE);
+  await answerAlert(page, "Ok");
+  await reload(page, { dismissMessage: false });
+  assert.deepEqual(await openAlert(page), MESSAGE);
+  await page.keyboard.press("Escape");
+  await noAlert(page);
 
-  test("\"Don't show this message again\" closes it on every page and for good", async () => {
-    const first = await app.open({ dismissMessage: false });
-    const second = await app.open({ dismissMessage: false });
-    assert.equal((await openAlert(second)).key, "message");
-    await answerAlert(first, "Don't show this message again");
-    await noAlert(second);
-    await reload(first, { dismissMessage: false });
-    assert.equal(await first.evaluate(() => document.querySelector("dialog#alert").open), false);
-    await first.close();
-    await second.close();
-  });
+  const second = await app.open({ dismissMessage: false });
+  assert.equal((await openAlert(second)).key, "message");
+  await reload(page, { dismissMessage: false });
+  await answerAlert(page, "Don't show this message again");
+  await noAlert(second);
+  await reload(page, { dismissMessage: false });
+  assert.equal(await page.evaluate(() => document.querySelector("dialog#alert").open), false);
+  await page.close();
+  await second.close();
 });
 
 test("a lost stream shows a banner, and the page recovers when the app returns", async () => {

@@ -9,6 +9,7 @@ import { mkdtemp, readFile, rm, writeFile } from "node:fs/promises";
 import net from "node:net";
 import { tmpdir } from "node:os";
 import path from "node:path";
+import { createInterface } from "node:readline";
 import { after, before } from "node:test";
 import { fileURLToPath } from "node:url";
 import { chromium } from "playwright-core";
@@ -46,16 +47,7 @@ class Child {
       for (const waiter of this.waiters) waiter.reject(new Error(`${this.name} ended (${JSON.stringify(status)}) before printing ${waiter.pattern}; stderr: ${this.errors}`));
       this.waiters.clear();
     });
-    let partial = "";
-    this.process.stdout.setEncoding("utf8");
-    this.process.stdout.on("data", (chunk) => {
-      partial += chunk;
-      let end;
-      while ((end = partial.indexOf("\n")) >= 0) {
-        this.#line(partial.slice(0, end));
-        partial = partial.slice(end + 1);
-      }
-    });
+    createInterface({ input: this.process.stdout }).on("line", (line) => this.#line(line));
     this.process.stderr.setEncoding("utf8");
     this.process.stderr.on("data", (chunk) => {
       this.errors += chunk;
@@ -260,18 +252,17 @@ async function warmUp(app, backend, expectMessage) {
 }
 
 /**
- * The app under test with its backend. Options:
- *   token          a token the app asks for even on loopback
- *   backend        false: no backend at all (the app's requests are refused)
- *   expectMessage  whether the app will present the fixture's message at
- *                  start (default: when the backend is up and the fixture has one)
- *   port           the app's TCP port (default: the system's choice)
+ * The app under test with its backend. Options: `token`, a token the app asks
+ * for even on loopback; `backend: false`, no backend at all (the app's
+ * requests are refused).
  *
- * restart() ends the app and starts it again on the same data folder and
- * backend (and, unless told otherwise, the same port and token).
+ * launch() starts the app (`expectMessage`: whether it will present the
+ * fixture's message at start; by default when the backend is up); restart()
+ * ends it and starts it again on the same data folder and backend (and,
+ * unless told otherwise, the same port and token).
  */
-export async function startTarget(options = {}) {
-  const fixture = options.fixture ?? JSON.parse(await readFile(path.join(here, "fixtures/backend.json"), "utf8"));
+async function startTarget(options = {}) {
+  const fixture = JSON.parse(await readFile(path.join(here, "fixtures/backend.json"), "utf8"));
   const dir = await mkdtemp(path.join(tmpdir(), "ferrylink-web-test-"));
   const certificates = await makeCertificates(dir);
   const dataDir = path.join(dir, "data");
@@ -279,13 +270,13 @@ export async function startTarget(options = {}) {
   const backend = options.backend === false ? null : await startBackend({ dir, certificates, fixture });
 
   const target = { dir, dataDir, bridgePort, backend, certificates, fixture, app: null };
-  target.launch = async ({ token = options.token ?? null, port = options.port ?? 0, expectMessage } = {}) => {
+  target.launch = async ({ token = options.token ?? null, port = 0, expectMessage } = {}) => {
     const app = await startApp({ dataDir, certificates, backendPort: backend?.port ?? null, bridgePort, port, token });
     target.app = app;
     target.base = app.base;
     target.port = app.port;
     target.token = app.token;
-    const wantsMessage = expectMessage ?? options.expectMessage ?? (backend !== null && (fixture.messages ?? []).length > 0);
+    const wantsMessage = expectMessage ?? (backend !== null && (fixture.messages ?? []).length > 0);
     await warmUp(app, backend, wantsMessage);
     return target;
   };
@@ -357,7 +348,7 @@ export function addressOf(target, pathname = "/", parameters = {}) {
 }
 
 /** Chromium with a profile of its own, removed again by close(). */
-export async function launchBrowser() {
+async function launchBrowser() {
   const profile = await mkdtemp(path.join(tmpdir(), "ferrylink-chromium-"));
   const context = await chromium.launchPersistentContext(profile, {
     executablePath: process.env.CHROMIUM ?? "/usr/bin/chromium",
@@ -381,7 +372,7 @@ export async function launchBrowser() {
  * Opens the page in a new tab of `context` and waits until the first whole
  * state has arrived (the `message` event closes the first burst).
  */
-export async function openPage(context, target, { viewport = PHONE, dismissMessage = true } = {}) {
+async function openPage(context, target, { viewport = PHONE, dismissMessage = true } = {}) {
   const page = await context.newPage();
   await page.setViewportSize(viewport);
   const errors = [];

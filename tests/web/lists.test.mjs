@@ -55,11 +55,12 @@ test("partnered rows show title, styled subtitle and players/maxPlayers in the b
   ]);
 });
 
-test("a favourite is stored as typed, with 19132 for an empty port", async () => {
+test("a favourite is stored as typed, with 19132 for an empty port, the same one twice if added twice", async () => {
+  await add("play.example.net", "19133");
   await add("play.example.net", "19133");
   await add("", "");
   await add("http://x:1", "1");
-  assert.deepEqual(await rows(), ["play.example.net:19133", ":19132", "http://x:1:1"]);
+  assert.deepEqual(await rows(), ["play.example.net:19133", "play.example.net:19133", ":19132", "http://x:1:1"]);
   // Adding does not touch the fields.
   assert.deepEqual(await fields(page), ["http://x:1", "1"]);
 });
@@ -69,10 +70,10 @@ test("picking a row fills the form and scrolls it into view", async () => {
   await page.evaluate(() => { document.querySelector("#connect-scroll").scrollTop = 0; });
   await page.fill("#ip", "something else");
   await page.fill("#port", "1");
-  assert.equal(await formInView(), false, "with eight rows the form starts below the fold");
+  assert.equal(await formInView(), false, "with nine rows the form starts below the fold");
   await page.focus("#ip");
 
-  await page.locator('[data-testid="favourite-pick"]', { hasText: "play.example.net:19133" }).click();
+  await page.locator('[data-testid="favourite-pick"]', { hasText: "play.example.net:19133" }).first().click();
   assert.deepEqual(await fields(page), ["play.example.net", "19133"]);
   assert.equal(await formInView(), true);
   assert.equal(await page.evaluate(() => document.activeElement === document.body), true, "keyboard dismissed");
@@ -95,10 +96,10 @@ test("the trash button asks \"Are you sure?\"; No keeps the row, Yes removes it"
   await openAlert(page);
   await answerAlert(page, "Yes");
   await page.waitForFunction(() => ![...document.querySelectorAll('[data-testid="favourite-pick"]')].some((b) => b.textContent === ":19132"));
-  assert.deepEqual((await rows()).slice(0, 2), ["play.example.net:19133", "http://x:1:1"]);
+  assert.deepEqual((await rows()).slice(0, 3), ["play.example.net:19133", "play.example.net:19133", "http://x:1:1"]);
 });
 
-test("favourites and the partnered switch are kept across a restart", async () => {
+test("favourites, equal ones included, and the partnered switch are kept across a restart", async () => {
   const kept = await rows();
   await page.click("#featured-toggle");
   await page.waitForFunction(() => document.querySelector("#featured-toggle").getAttribute("aria-checked") === "false");
