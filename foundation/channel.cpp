@@ -57,13 +57,27 @@ EventLoopFuture<void> ChannelPipeline::addHandler(std::shared_ptr<ChannelInbound
 }
 
 struct Channel::Batch {
-    std::array<mmsghdr, BATCH> headers{};
+    Batch() {
+        for (size_t i = 0; i < BATCH; ++i) {
+            readVectors[i] = iovec{scratch.data() + i * receiveBufferSize, receiveBufferSize};
+            reads[i].msg_hdr.msg_iov = &readVectors[i];
+            reads[i].msg_hdr.msg_iovlen = 1;
+            reads[i].msg_hdr.msg_name = &peers[i];
+            reads[i].msg_hdr.msg_namelen = sizeof(sockaddr_storage);
+        }
+    }
+
+    // Reads: set up once, each message with its own piece of scratch and its
+    // own peer; a read changes only the lengths, which are put back after it.
+    std::array<mmsghdr, BATCH> reads{};
+    std::array<iovec, BATCH> readVectors{};
     std::array<sockaddr_storage, BATCH> peers{};
-    // One vector per datagram read; up to UDP_SEGMENTS_PER_SEND per message sent.
-    std::vector<iovec> vectors = std::vector<iovec>(BATCH * UDP_SEGMENTS_PER_SEND);
-    std::array<std::array<char, CMSG_SPACE(sizeof(uint16_t))>, BATCH> controls{};
     // Datagrams land here, then are copied into buffers of their own length.
     std::vector<uint8_t> scratch = std::vector<uint8_t>(static_cast<size_t>(BATCH) * receiveBufferSize);
+    // Sends: up to UDP_SEGMENTS_PER_SEND vectors per message.
+    std::array<mmsghdr, BATCH> headers{};
+    std::vector<iovec> vectors = std::vector<iovec>(BATCH * UDP_SEGMENTS_PER_SEND);
+    std::array<std::array<char, CMSG_SPACE(sizeof(uint16_t))>, BATCH> controls{};
     // How many queued writes each message of a send covers.
     std::array<size_t, BATCH> covers{};
 };
@@ -259,15 +273,7 @@ void Channel::readDatagrams() {
     auto handler = handler_;
     int read = 0;
     while (read < READS_PER_WAKE && !closed_) {
-        for (size_t i = 0; i < BATCH; ++i) {
-            batch.vectors[i] = iovec{batch.scratch.data() + i * receiveBufferSize, receiveBufferSize};
-            batch.headers[i] = mmsghdr{};
-            batch.headers[i].msg_hdr.msg_iov = &batch.vectors[i];
-            batch.headers[i].msg_hdr.msg_iovlen = 1;
-            batch.headers[i].msg_hdr.msg_name = &batch.peers[i];
-            batch.headers[i].msg_hdr.msg_namelen = sizeof(sockaddr_storage);
-        }
-        int received = ::recvmmsg(fd_, batch.headers.data(), BATCH, MSG_DONTWAIT, nullptr);
+        int received = ::recvmmsg(fd_, batch.reads.data(), BATCH, MSG_DONTWAIT, nullptr);
         if (received < 0) {
             // EAGAIN: the socket is empty. An error queued on the socket (an
             // ICMP report of an earlier send) comes out here once and is dropped.
@@ -278,7 +284,10 @@ void Channel::readDatagrams() {
         }
         read += received;
         for (int i = 0; i < received && !closed_; ++i) {
-            const auto& header = batch.headers[static_cast<size_t>(i)];
+            auto& header = batch.reads[static_cast<size_t>(i)];
+            const socklen_t peerLength = header.msg_hdr.msg_namelen;
+            header.msg_hdr.msg_namelen = sizeof(sockaddr_storage);
+            header.msg_hdr.msg_flags = 0;
             if (!handler) {
                 continue;
             }
@@ -287,7 +296,7 @@ void Channel::readDatagrams() {
                                                   std::min<size_t>(header.msg_len, receiveBufferSize));
             AddressedEnvelope envelope{
                 SocketAddress::fromSockaddr(reinterpret_cast<const sockaddr*>(&batch.peers[static_cast<size_t>(i)]),
-                                            header.msg_hdr.msg_namelen),
+                                            peerLength),
                 allocator_.buffer(bytes), std::nullopt};
             handler->channelRead(context, std::move(envelope));
         }
