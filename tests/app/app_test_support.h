@@ -113,10 +113,6 @@ public:
         std::lock_guard lock(mutex_);
         return lines_;
     }
-    size_t count() const {
-        std::lock_guard lock(mutex_);
-        return lines_.size();
-    }
 
 private:
     mutable std::mutex mutex_;

@@ -108,7 +108,7 @@ TEST_F(RealBackend, UntrustedCertificateIsATransportError) {
     auto blacklist = BlacklistServers::make(
         std::make_shared<BackendSession>(BackendEndpoint{"127.0.0.1", server_.port(), std::nullopt}));
     onMain([&] { blacklist->fetchBlacklist(); });
-    ASSERT_TRUE(runMainUntil([&] { return log.count() > 0; }));
+    ASSERT_TRUE(runMainUntil([&] { return !log.lines().empty(); }));
     EXPECT_TRUE(log.lines()[0].starts_with("Fetch failed: SSL")) << log.lines()[0];
     onMain([&] { EXPECT_FALSE(blacklist->fetched()); });
 }
@@ -198,7 +198,7 @@ TEST_F(Decoding, BlacklistAnswers) {
         LogCollector log;
         auto blacklist = BlacklistServers::make(session_);
         onMain([&] { blacklist->fetchBlacklist(); });
-        ASSERT_TRUE(runMainUntil([&] { return log.count() > 0 || blacklist->fetched(); })) << body;
+        ASSERT_TRUE(runMainUntil([&] { return !log.lines().empty() || blacklist->fetched(); })) << body;
         if (expected) {
             EXPECT_EQ(blacklist->servers.getUnchecked(), *expected) << body;
         } else {

@@ -9,75 +9,46 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cstring>
-#include <deque>
+#include <iterator>
+#include <vector>
 
 namespace ferrylink::app {
 namespace {
 
-// Builds an interface list the way getifaddrs shapes it: one AF_PACKET
-// entry per interface carrying its hardware type, then its addresses.
-class FakeInterfaces {
-public:
-    FakeInterfaces& link(const char* name, unsigned short hardwareType) {
-        sockaddr_ll link{};
-        link.sll_family = AF_PACKET;
-        link.sll_hatype = hardwareType;
-        return add(name, &link, sizeof link);
-    }
-    FakeInterfaces& ipv4(const char* name, const char* address) {
-        sockaddr_in ipv4{};
-        ipv4.sin_family = AF_INET;
-        ::inet_pton(AF_INET, address, &ipv4.sin_addr);
-        return add(name, &ipv4, sizeof ipv4);
-    }
-    FakeInterfaces& ipv6(const char* name, const char* address) {
-        sockaddr_in6 ipv6{};
-        ipv6.sin6_family = AF_INET6;
-        ::inet_pton(AF_INET6, address, &ipv6.sin6_addr);
-        return add(name, &ipv6, sizeof ipv6);
-    }
-    FakeInterfaces& withoutAddress(const char* name) { return add(name, nullptr, 0); }
-
-    const ifaddrs* list() const { return entries_.empty() ? nullptr : &entries_.front(); }
-
-private:
-    // std::deque keeps elements in place as it grows at the back.
-    FakeInterfaces& add(const char* name, const void* address, size_t size) {
-        sockaddr_storage& storage = addresses_.emplace_back();
-        if (address != nullptr) {
-            std::memcpy(&storage, address, size);
-        }
-        ifaddrs& entry = entries_.emplace_back();
-        entry.ifa_name = const_cast<char*>(name);
-        entry.ifa_addr = address == nullptr ? nullptr : reinterpret_cast<sockaddr*>(&storage);
-        if (entries_.size() > 1) {
-            entries_[entries_.size() - 2].ifa_next = &entry;
-        }
-        return *this;
-    }
-
-    std::deque<sockaddr_storage> addresses_;
-    std::deque<ifaddrs> entries_;
-};
-
 TEST(LocalAddresses, TakesIpv4OfEthernetLikeInterfacesInOrder) {
-    FakeInterfaces interfaces;
-    interfaces.link("lo", ARPHRD_LOOPBACK)
-        .link("eth0", ARPHRD_ETHER)
-        .link("wlan0", ARPHRD_ETHER)
-        .link("wwan0", ARPHRD_NONE)
-        .ipv4("lo", "127.0.0.1")
-        .ipv4("eth0", "192.168.1.20")
-        .ipv6("eth0", "fe80::1")
-        .ipv4("wwan0", "100.64.0.7")
-        .withoutAddress("eth0")
-        .ipv4("wlan0", "10.0.0.5")
-        .ipv4("eth0", "192.168.1.21");
-    EXPECT_EQ(ethernetInterfaceNames(interfaces.list()), (std::vector<std::string>{"eth0", "wlan0"}));
+    // An interface list as getifaddrs shapes it: one AF_PACKET entry per
+    // interface carrying its hardware type, then its addresses.
+    const struct {
+        const char* name;
+        int family;  // AF_UNSPEC: an entry without an address
+        const char* address;
+        unsigned short hardware = 0;
+    } table[] = {
+        {"lo", AF_PACKET, nullptr, ARPHRD_LOOPBACK}, {"eth0", AF_PACKET, nullptr, ARPHRD_ETHER},
+        {"wlan0", AF_PACKET, nullptr, ARPHRD_ETHER}, {"wwan0", AF_PACKET, nullptr, ARPHRD_NONE},
+        {"lo", AF_INET, "127.0.0.1"},                {"eth0", AF_INET, "192.168.1.20"},
+        {"eth0", AF_INET6, "fe80::1"},               {"wwan0", AF_INET, "100.64.0.7"},
+        {"eth0", AF_UNSPEC, nullptr},                {"wlan0", AF_INET, "10.0.0.5"},
+        {"eth0", AF_INET, "192.168.1.21"},
+    };
+    std::vector<sockaddr_storage> addresses(std::size(table));
+    std::vector<ifaddrs> list(std::size(table));
+    for (size_t i = 0; i < list.size(); ++i) {
+        list[i].ifa_name = const_cast<char*>(table[i].name);
+        list[i].ifa_next = i + 1 < list.size() ? &list[i + 1] : nullptr;
+        list[i].ifa_addr = table[i].family == AF_UNSPEC ? nullptr : reinterpret_cast<sockaddr*>(&addresses[i]);
+        addresses[i].ss_family = static_cast<sa_family_t>(table[i].family);
+        if (table[i].family == AF_PACKET) {
+            reinterpret_cast<sockaddr_ll&>(addresses[i]).sll_hatype = table[i].hardware;
+        } else if (table[i].family == AF_INET) {
+            ::inet_pton(AF_INET, table[i].address, &reinterpret_cast<sockaddr_in&>(addresses[i]).sin_addr);
+        } else if (table[i].family == AF_INET6) {
+            ::inet_pton(AF_INET6, table[i].address, &reinterpret_cast<sockaddr_in6&>(addresses[i]).sin6_addr);
+        }
+    }
+    EXPECT_EQ(ethernetInterfaceNames(list.data()), (std::vector<std::string>{"eth0", "wlan0"}));
     // Two addresses on one interface give two entries.
-    EXPECT_EQ(localAddresses(interfaces.list()),
-              (std::vector<std::string>{"192.168.1.20", "10.0.0.5", "192.168.1.21"}));
+    EXPECT_EQ(localAddresses(list.data()), (std::vector<std::string>{"192.168.1.20", "10.0.0.5", "192.168.1.21"}));
     EXPECT_TRUE(localAddresses(nullptr).empty());
 }
 

@@ -164,10 +164,7 @@ async function seedBackend(database, fixture) {
   }
 }
 
-/**
- * `ferrylink-backend serve` on 127.0.0.2. `requests` is its request log
- * ("GET /getStatus", ...); `waitForRequest(text)` waits for a line with it.
- */
+/** `ferrylink-backend serve` on 127.0.0.2; `waitForRequest("GET /getStatus")` waits for its log to show one. */
 async function startBackend({ dir, certificates, fixture }) {
   const database = path.join(dir, "backend.db");
   await seedBackend(database, fixture);
@@ -175,10 +172,7 @@ async function startBackend({ dir, certificates, fixture }) {
     "--listen", BACKEND_HOST, "--port", "0", "--db", database], { name: "ferrylink-backend" });
   const [, port] = await child.waitForLine(/serving https:\/\/[^\s]+:(\d+)/);
   return {
-    host: BACKEND_HOST,
     port: Number(port),
-    database,
-    child,
     waitForRequest: (text, options) => child.waitForLine(new RegExp(`"${text.replace(/[.*+?^${}()|[\]\\/]/g, "\\$&")}`), options),
     stop: () => child.stop(),
   };
@@ -209,7 +203,7 @@ async function startApp({ dataDir, certificates, backendPort, bridgePort, port =
     "--bridge-host", APP_HOST, "--bridge-port", String(bridgePort)], { env, name: "ferrylink app" });
   const [, url] = await child.waitForLine(/^Open (http:\/\/\S+)/);
   const address = new URL(url);
-  return { url, base: address.origin, port: Number(address.port), token: address.searchParams.get("token") ?? "", child, stop: () => child.stop() };
+  return { base: address.origin, port: Number(address.port), token: address.searchParams.get("token") ?? "", child, stop: () => child.stop() };
 }
 
 // ------------------------------------------------------------ whole targets
@@ -224,11 +218,10 @@ async function startApp({ dataDir, certificates, backendPort, bridgePort, port =
  */
 async function warmUp(app, backend, expectMessage) {
   const page = "launcher0warm0up";
-  const query = (extra) => `?page=${page}${app.token ? `&token=${app.token}` : ""}${extra}`;
   const controller = new AbortController();
-  const response = await fetch(`${app.base}/events${query("")}`, { signal: controller.signal });
+  const response = await fetch(addressOf(app, "/events", { page }), { signal: controller.signal });
   if (response.status !== 200) throw new Error(`the app's stream answered ${response.status}`);
-  const reported = await fetch(`${app.base}/api/scene${app.token ? `?token=${app.token}` : ""}`, {
+  const reported = await fetch(addressOf(app, "/api/scene"), {
     method: "POST",
     headers: { "Content-Type": "application/json" },
     body: JSON.stringify({ page, phase: "hidden" }),
@@ -339,7 +332,7 @@ const CHROMIUM_ARGS = [
   "--host-resolver-rules=MAP * ~NOTFOUND, EXCLUDE localhost, EXCLUDE 127.0.0.1",
 ];
 
-/** An address of the target, with its token if it has one. */
+/** An address of the target (or of an app), with its token if it has one. */
 export function addressOf(target, pathname = "/", parameters = {}) {
   const url = new URL(pathname, target.base);
   for (const [name, value] of Object.entries(parameters)) url.searchParams.set(name, value);
