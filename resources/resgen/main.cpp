@@ -34,6 +34,7 @@ void writeFile(const fs::path& path, const std::vector<std::uint8_t>& bytes) {
 int main(int argc, char** argv) {
     CLI::App app{"Writes biome_definitions.nbt, entity_identifiers.nbt and required_block_states.nbt "
                  "from the source tables."};
+    app.set_version_flag("--version", "ferrylink-resgen " FERRYLINK_VERSION);
     fs::path tablesDir;
     fs::path outDir;
     app.add_option("--tables", tablesDir, "folder holding biomes.tsv, entities.tsv and block_palette.tsv")
