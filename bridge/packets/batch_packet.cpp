@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "bridge/packets/deflate_cache.h"
 #include "bridge/packets/raw_deflate.h"
 #include "bridge/server_link.h"
 #include "foundation/codecs.h"
@@ -101,7 +102,7 @@ void BatchPacket::encode(PacketWriter& out) const {
     if (framing_.algorithmByte) {
         out.u8(rawDeflateAlgorithm);
     }
-    out.bytes(forced(deflateRaw(content)));
+    out.bytes(forced(DeflateCache::forThisThread().deflate(content)));
 }
 
 }  // namespace ferrylink::bridge

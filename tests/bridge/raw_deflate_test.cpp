@@ -1,5 +1,7 @@
 #include "bridge/packets/raw_deflate.h"
 
+#include "bridge/packets/deflate_cache.h"
+
 #include <gtest/gtest.h>
 #include <zlib.h>
 
@@ -99,6 +101,22 @@ TEST(RawDeflateTest, CutGarbledEmptyAndOverlongStreamsFailAndLeaveTheNextOneWhol
     // Bytes behind the final block are ignored.
     compressed.push_back(0x55);
     EXPECT_EQ(inflateRaw(compressed, noLimit), repetitive(5000));
+}
+
+// What every console is sent alike stays; one-off batches come and go within
+// the budget; every answer is the fresh stream's bytes.
+TEST(DeflateCacheTest, GivesTheFreshStreamsBytesAndStaysWithinItsBudget) {
+    DeflateCache cache(64 * 1024);
+    const Bytes shared = repetitive(5000);
+    for (uint32_t i = 0; i < 200; ++i) {
+        Bytes oneOff = noisy(2000);
+        std::copy(reinterpret_cast<const uint8_t*>(&i), reinterpret_cast<const uint8_t*>(&i + 1), oneOff.begin());
+        EXPECT_EQ(cache.deflate(oneOff), freshStream(oneOff));
+        EXPECT_EQ(cache.deflate(shared), freshStream(shared));
+        EXPECT_LE(cache.heldBytes(), 64u * 1024);
+    }
+    EXPECT_GT(cache.size(), 1u);
+    EXPECT_EQ(cache.deflate(noisy(200000)), freshStream(noisy(200000)));
 }
 
 }  // namespace
