@@ -1,21 +1,14 @@
-// The operator's command: editing the data, the exit statuses, and the real
-// binary serving over HTTPS until it is told to stop by a signal.
+// The operator's command: editing the data and the exit statuses.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <httplib.h>
-#include <signal.h>
 #include <stdlib.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <sstream>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -178,72 +171,9 @@ INSTANTIATE_TEST_SUITE_P(Commands, BadArgumentsTest,
                                            std::vector<std::string>{"block", "add", ""},
                                            std::vector<std::string>{"message", "add", "--version", "", "text"}));
 
-// The binary itself, serving on a port of the kernel's choice until a signal.
-class StopSignalTest : public CommandLineTest, public ::testing::WithParamInterface<int> {
-protected:
-    ~StopSignalTest() override {
-        if (output_ != nullptr) {
-            if (child_ > 0) {
-                kill(child_, SIGKILL);
-            }
-            pclose(output_);
-        }
-    }
-
-    // Starts `serve` and gives the port named by its first line. The shell
-    // tells its process id, then becomes the server.
-    int start() {
-        const auto& certificate = TestCertificate::shared();
-        const std::string command = "echo $$; exec '" FERRYLINK_BACKEND_BINARY "' serve --cert '" +
-                                    certificate.serverCertificate().string() + "' --key '" +
-                                    certificate.serverKey().string() + "' --db '" + database_.string() +
-                                    "' --listen 127.0.0.1 --port 0";
-        output_ = popen(command.c_str(), "r");
-        char banner[512] = {};
-        if (output_ == nullptr || fscanf(output_, "%d\n", &child_) != 1 || !fgets(banner, sizeof banner, output_)) {
-            return -1;
-        }
-        const char* at = strstr(banner, "https://127.0.0.1:");
-        return at == nullptr ? -1 : std::atoi(at + 18);
-    }
-
-    // The rest of the output and the exit status, once the server has ended.
-    std::pair<std::string, int> finish() {
-        std::string rest;
-        for (int c = 0; (c = fgetc(output_)) != EOF;) {
-            rest += static_cast<char>(c);
-        }
-        const int status = pclose(std::exchange(output_, nullptr));
-        return {rest, WIFEXITED(status) ? WEXITSTATUS(status) : -1};
-    }
-
-    pid_t child_ = -1;
-    FILE* output_ = nullptr;
-};
-
-TEST_P(StopSignalTest, ServesEditsAtOnceAndStopsCleanly) {
-    const int port = start();
-    ASSERT_GT(port, 0);
-    httplib::SSLClient client("127.0.0.1", port);
-    client.set_ca_cert_path(TestCertificate::shared().caCertificate().c_str());
-    client.enable_server_certificate_verification(true);
-    ASSERT_EQ(run({"partner", "add", "--ip", "live.example", "--title", "Live"}).status, kExitSuccess);
-    const auto partners = client.Get("/getStatus");
-    ASSERT_TRUE(partners);
-    EXPECT_EQ(json::parse(partners->body).at(0)["ip"], "live.example");
-    const auto posted = client.Post("/postLog", R"({"serverIp":"a","serverPort":"1","clientIp":"c"})", "application/json");
-    EXPECT_TRUE(posted && posted->status == 201);
-
-    ASSERT_EQ(kill(child_, GetParam()), 0);
-    const auto [rest, status] = finish();
-    EXPECT_EQ(status, 0);
-    EXPECT_THAT(rest, HasSubstr("\"GET /getStatus\" 200"));
-    EXPECT_THAT(rest, HasSubstr("\"POST /postLog\" 201"));
-    EXPECT_THAT(rest, HasSubstr("stopped"));
-    EXPECT_EQ(Store(database_).logEntries().size(), 1u);
-}
-
-INSTANTIATE_TEST_SUITE_P(Signals, StopSignalTest, ::testing::Values(SIGTERM, SIGINT));
+// The binary serving, edited meanwhile and stopped by SIGINT or SIGTERM, is
+// the browser tests' backend: their fixture fills it while it serves and
+// fails unless it stops cleanly.
 
 }  // namespace
 }  // namespace ferrylink::backend

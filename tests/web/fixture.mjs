@@ -84,10 +84,10 @@ class Child {
     });
   }
 
-  /** SIGTERM, then SIGKILL if the program hasn't ended after `patience` ms. */
-  async stop({ patience = 15000 } = {}) {
+  /** `signal`, then SIGKILL if the program hasn't ended after `patience` ms. */
+  async stop({ signal = "SIGTERM", patience = 15000 } = {}) {
     if (this.process.exitCode !== null || this.process.signalCode !== null) return this.exited;
-    this.process.kill("SIGTERM");
+    this.process.kill(signal);
     const timer = setTimeout(() => this.process.kill("SIGKILL"), patience);
     const status = await this.exited;
     clearTimeout(timer);
@@ -164,17 +164,27 @@ async function seedBackend(database, fixture) {
   }
 }
 
-/** `ferrylink-backend serve` on 127.0.0.2; `waitForRequest("GET /getStatus")` waits for its log to show one. */
+/**
+ * `ferrylink-backend serve` on 127.0.0.2, filled while it serves: it answers
+ * from what its database holds at each request. `waitForRequest("GET
+ * /getStatus")` waits for its log to show one; stop(signal) fails unless it
+ * ends cleanly on that signal and says so.
+ */
 async function startBackend({ dir, certificates, fixture }) {
   const database = path.join(dir, "backend.db");
-  await seedBackend(database, fixture);
   const child = new Child(program("ferrylink-backend"), ["serve", "--cert", certificates.certificate, "--key", certificates.key,
     "--listen", BACKEND_HOST, "--port", "0", "--db", database], { name: "ferrylink-backend" });
   const [, port] = await child.waitForLine(/serving https:\/\/[^\s]+:(\d+)/);
+  await seedBackend(database, fixture);
   return {
     port: Number(port),
     waitForRequest: (text, options) => child.waitForLine(new RegExp(`"${text.replace(/[.*+?^${}()|[\]\\/]/g, "\\$&")}`), options),
-    stop: () => child.stop(),
+    async stop(signal) {
+      const { code } = await child.stop({ signal });
+      if (code !== 0 || !child.lines.some((line) => line.endsWith(`stopping on ${signal}`))) {
+        throw new Error(`ferrylink-backend did not stop cleanly on ${signal} (exit ${code}): ${child.errors}`);
+      }
+    },
   };
 }
 
@@ -247,7 +257,7 @@ async function warmUp(app, backend, expectMessage) {
 /**
  * The app under test with its backend. Options: `token`, a token the app asks
  * for even on loopback; `backend: false`, no backend at all (the app's
- * requests are refused).
+ * requests are refused); `backendStop`, the signal that ends the backend.
  *
  * launch() starts the app (`expectMessage`: whether it will present the
  * fixture's message at start; by default when the backend is up); restart()
@@ -286,7 +296,7 @@ async function startTarget(options = {}) {
   };
   target.close = async () => {
     await target.stopApp();
-    await backend?.stop();
+    await backend?.stop(options.backendStop ?? "SIGTERM");
     await rm(dir, { recursive: true, force: true });
   };
 

@@ -6,7 +6,8 @@ import assert from "node:assert/strict";
 import { test } from "node:test";
 import { addressOf, answerAlert, useTarget, waitForButton } from "./fixture.mjs";
 
-const app = useTarget({ token: "0123456789abcdef0123456789abcdef" });
+// The operator's Ctrl-C ends its backend; the other files' end on SIGTERM.
+const app = useTarget({ token: "0123456789abcdef0123456789abcdef", backendStop: "SIGINT" });
 
 test("the text is drawn in the app's own font, loaded from ferrylink (the browser reaches nothing else)", async () => {
   const page = await app.open();
