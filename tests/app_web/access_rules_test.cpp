@@ -49,9 +49,7 @@ TEST(ListenAddressTest, ReadsHostAndPort) {
 // The rule is decided when the server is made, before anything is bound.
 TEST(WebServerTokenTest, OnlyAListenerBeyondLoopbackWantsAToken) {
     testing::ScratchDirectory scratch;
-    AppConfig config;
-    config.dataDirectory = scratch.path();
-    AppCore core(config, nullptr);
+    AppCore core(testing::testConfig(scratch.path()), nullptr);
     for (const char* host : {"127.0.0.1", "localhost", "::1"}) {
         WebServer web(core, WebServerOptions{.listen = {host, 0}});
         EXPECT_EQ(web.token(), "") << host;

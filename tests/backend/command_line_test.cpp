@@ -161,15 +161,13 @@ TEST_P(BadArgumentsTest, ExitTwoWithOneLineAndLeaveNoDatabase) {
     EXPECT_FALSE(std::filesystem::exists(database_));
 }
 
+using Arguments = std::vector<std::string>;
 INSTANTIATE_TEST_SUITE_P(Commands, BadArgumentsTest,
-                         ::testing::Values(std::vector<std::string>{"frobnicate"},
-                                           std::vector<std::string>{"partner", "add", "--title", "no host"},
-                                           std::vector<std::string>{"partner", "add", "--ip", "a b", "--title", "t"},
-                                           std::vector<std::string>{"partner", "add", "--ip", "a", "--title", "t",
-                                                                    "--port", "19132x"},
-                                           std::vector<std::string>{"partner", "update", "1"},
-                                           std::vector<std::string>{"block", "add", ""},
-                                           std::vector<std::string>{"message", "add", "--version", "", "text"}));
+                         ::testing::Values(Arguments{"frobnicate"}, Arguments{"partner", "add", "--title", "no host"},
+                                           Arguments{"partner", "add", "--ip", "a b", "--title", "t"},
+                                           Arguments{"partner", "add", "--ip", "a", "--title", "t", "--port", "19132x"},
+                                           Arguments{"partner", "update", "1"}, Arguments{"block", "add", ""},
+                                           Arguments{"message", "add", "--version", "", "text"}));
 
 // The binary serving, edited meanwhile and stopped by SIGINT or SIGTERM, is
 // the browser tests' backend: their fixture fills it while it serves and

@@ -127,9 +127,6 @@ TEST(BackendServerTest, PostLogTakesSoManyNotesFromOneClientAMinute) {
     }
     EXPECT_THAT(statuses, ::testing::ElementsAre(201, 201, 429));
     EXPECT_EQ(store.logEntries().size(), 2u);
-    const auto tooLong = client.Post("/postLog", R"({"serverIp": ")" + std::string(300, 'a') + R"(", "serverPort": "1", "clientIp": "c"})",
-                                     "application/json");
-    EXPECT_EQ(tooLong->status, 400);
 }
 
 struct Refusal {
@@ -171,6 +168,8 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"ArrayRoot", "POST", "/postLog", "application/json", R"(["a", "b"])", 400, "JSON object"},
         Refusal{"MissingMember", "POST", "/postLog", "application/json", R"({"serverIp": "a", "serverPort": "1"})",
                 400, "clientIp"},
+        Refusal{"OverlongHost", "POST", "/postLog", "application/json",
+                R"({"serverIp": ")" + std::string(300, 'a') + R"(", "serverPort": "1", "clientIp": "c"})", 400, "serverIp"},
         Refusal{"PortAsNumber", "POST", "/postLog", "application/json",
                 R"({"serverIp": "a", "serverPort": 19132, "clientIp": "c"})", 400, "serverPort"},
         Refusal{"NotJsonContentType", "POST", "/postLog", "text/plain",
