@@ -13,6 +13,8 @@ packages=(
   valgrind
   librsvg2-bin
   help2man dpkg-dev file
+  # libFuzzer and its sanitizer runtimes come with Debian's clang.
+  clang libclang-rt-dev
 )
 # npm brings the app's font (resources/font); the browser tests drive
 # Debian's Chromium from Node.js.

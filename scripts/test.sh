@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs what is needed, builds and runs every test: once in a plain build,
-# once under AddressSanitizer and UndefinedBehaviorSanitizer, then the browser
-# tests and the client compatibility suite against the plain build.
+# once under AddressSanitizer and UndefinedBehaviorSanitizer; every fuzz target
+# for a few seconds; then the browser tests and the client compatibility suite
+# against the plain build.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -14,6 +15,9 @@ for preset in default sanitize; do
   cmake --build --preset "$preset" -j "$jobs"
   ctest --preset "$preset" -j "$jobs"
 done
+
+echo "=== fuzz targets ==="
+scripts/fuzz.sh
 
 if [[ -f tests/web/package.json ]]; then
   echo "=== browser tests ==="
