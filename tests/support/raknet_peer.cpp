@@ -85,6 +85,96 @@ struct Reader {
     size_t left() const { return bytes.size() - at; }
 };
 
+std::vector<uint8_t> encodeFrame(const PeerFrame& frame) {
+    Writer out;
+    out.u8(static_cast<uint8_t>(frame.reliability << 5 | (frame.split ? 0x10 : 0)));
+    out.be(frame.payload.size() * 8, 2);
+    if (isReliable(frame.reliability)) {
+        out.u24le(frame.messageIndex.value_or(0));
+    }
+    if (isSequenced(frame.reliability)) {
+        out.u24le(frame.sequenceIndex.value_or(0));
+    }
+    if (isOrdered(frame.reliability) || isSequenced(frame.reliability)) {
+        out.u24le(frame.orderIndex);
+        out.u8(frame.orderChannel);
+    }
+    if (frame.split) {
+        out.be(static_cast<uint32_t>(frame.splitCount), 4);
+        out.be(frame.splitId, 2);
+        out.be(static_cast<uint32_t>(frame.splitIndex), 4);
+    }
+    out.raw(frame.payload);
+    return out.bytes;
+}
+
+std::vector<uint8_t> encodeDatagram(const PeerDatagram& datagram) {
+    Writer out;
+    out.u8(datagram.header);
+    out.u24le(datagram.sequenceNumber);
+    for (const auto& frame : datagram.frames) {
+        out.raw(encodeFrame(frame));
+    }
+    return out.bytes;
+}
+
+std::optional<PeerDatagram> parseDatagram(std::span<const uint8_t> bytes) {
+    Reader in{bytes};
+    PeerDatagram datagram;
+    datagram.header = static_cast<uint8_t>(in.be(1));
+    datagram.sequenceNumber = in.u24le();
+    while (!in.failed && in.left() > 0) {
+        PeerFrame frame;
+        uint8_t flags = static_cast<uint8_t>(in.be(1));
+        frame.reliability = flags >> 5;
+        frame.split = (flags & 0x10) != 0;
+        size_t length = (in.be(2) + 7) / 8;
+        if (isReliable(frame.reliability)) {
+            frame.messageIndex = in.u24le();
+        }
+        if (isSequenced(frame.reliability)) {
+            frame.sequenceIndex = in.u24le();
+        }
+        if (isOrdered(frame.reliability) || isSequenced(frame.reliability)) {
+            frame.orderIndex = in.u24le();
+            frame.orderChannel = static_cast<uint8_t>(in.be(1));
+        }
+        if (frame.split) {
+            frame.splitCount = static_cast<int32_t>(in.be(4));
+            frame.splitId = static_cast<uint16_t>(in.be(2));
+            frame.splitIndex = static_cast<int32_t>(in.be(4));
+        }
+        frame.payload = in.take(length);
+        datagram.frames.push_back(std::move(frame));
+    }
+    if (in.failed) {
+        return std::nullopt;
+    }
+    return datagram;
+}
+
+std::optional<PeerAcknowledgement> parseAcknowledgement(std::span<const uint8_t> bytes) {
+    Reader in{bytes};
+    PeerAcknowledgement acknowledgement;
+    uint8_t id = static_cast<uint8_t>(in.be(1));
+    acknowledgement.negative = (id & 0x40) == 0;
+    auto count = in.be(2);
+    for (uint64_t i = 0; i < count && !in.failed; ++i) {
+        if (in.be(1) == 0) {
+            uint32_t start = in.u24le();
+            uint32_t end = in.u24le();
+            acknowledgement.ranges.emplace_back(start, end);
+        } else {
+            uint32_t number = in.u24le();
+            acknowledgement.ranges.emplace_back(number, number);
+        }
+    }
+    if (in.failed || in.left() != 0) {
+        return std::nullopt;
+    }
+    return acknowledgement;
+}
+
 }  // namespace
 
 std::vector<uint32_t> PeerAcknowledgement::numbers() const {
@@ -191,20 +281,6 @@ std::optional<std::vector<uint8_t>> RakNetPeer::receiveRaw(std::chrono::millisec
     return take(raw_, timeout);
 }
 
-bool RakNetPeer::quietFor(std::chrono::milliseconds window) {
-    auto deadline = Clock::now() + window;
-    bool quiet = true;
-    while (true) {
-        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-        if (left.count() <= 0) {
-            return quiet;
-        }
-        if (pump(left)) {
-            quiet = false;
-        }
-    }
-}
-
 void RakNetPeer::file(std::vector<uint8_t> bytes) {
     raw_.push_back(bytes);
     if (bytes.empty()) {
@@ -233,7 +309,7 @@ void RakNetPeer::file(std::vector<uint8_t> bytes) {
         return;
     }
     if (autoAck) {
-        sendAck({{datagram->sequenceNumber, datagram->sequenceNumber}});
+        sendRaw(encodeAcknowledgement({false, {{datagram->sequenceNumber, datagram->sequenceNumber}}}));
     }
     datagrams_.push_back(*datagram);
     for (auto& frame : datagram->frames) {
@@ -395,10 +471,6 @@ void RakNetPeer::sendPayload(const std::vector<uint8_t>& payload, size_t fragmen
     }
 }
 
-void RakNetPeer::sendAck(const std::vector<std::pair<uint32_t, uint32_t>>& ranges) {
-    sendRaw(encodeAcknowledgement(PeerAcknowledgement{false, ranges}));
-}
-
 void RakNetPeer::sendNack(const std::vector<std::pair<uint32_t, uint32_t>>& ranges) {
     sendRaw(encodeAcknowledgement(PeerAcknowledgement{true, ranges}));
 }
@@ -503,39 +575,6 @@ std::optional<PeerAcknowledgement> RakNetPeer::nextNack(std::chrono::millisecond
 
 // --- Wire forms -------------------------------------------------------------------------------
 
-std::vector<uint8_t> RakNetPeer::encodeFrame(const PeerFrame& frame) {
-    Writer out;
-    out.u8(static_cast<uint8_t>(frame.reliability << 5 | (frame.split ? 0x10 : 0)));
-    out.be(frame.payload.size() * 8, 2);
-    if (isReliable(frame.reliability)) {
-        out.u24le(frame.messageIndex.value_or(0));
-    }
-    if (isSequenced(frame.reliability)) {
-        out.u24le(frame.sequenceIndex.value_or(0));
-    }
-    if (isOrdered(frame.reliability) || isSequenced(frame.reliability)) {
-        out.u24le(frame.orderIndex);
-        out.u8(frame.orderChannel);
-    }
-    if (frame.split) {
-        out.be(static_cast<uint32_t>(frame.splitCount), 4);
-        out.be(frame.splitId, 2);
-        out.be(static_cast<uint32_t>(frame.splitIndex), 4);
-    }
-    out.raw(frame.payload);
-    return out.bytes;
-}
-
-std::vector<uint8_t> RakNetPeer::encodeDatagram(const PeerDatagram& datagram) {
-    Writer out;
-    out.u8(datagram.header);
-    out.u24le(datagram.sequenceNumber);
-    for (const auto& frame : datagram.frames) {
-        out.raw(encodeFrame(frame));
-    }
-    return out.bytes;
-}
-
 std::vector<uint8_t> RakNetPeer::encodeAcknowledgement(const PeerAcknowledgement& acknowledgement) {
     Writer out;
     out.u8(acknowledgement.negative ? 0xA0 : 0xC0);
@@ -551,63 +590,6 @@ std::vector<uint8_t> RakNetPeer::encodeAcknowledgement(const PeerAcknowledgement
         }
     }
     return out.bytes;
-}
-
-std::optional<PeerDatagram> RakNetPeer::parseDatagram(std::span<const uint8_t> bytes) {
-    Reader in{bytes};
-    PeerDatagram datagram;
-    datagram.header = static_cast<uint8_t>(in.be(1));
-    datagram.sequenceNumber = in.u24le();
-    while (!in.failed && in.left() > 0) {
-        PeerFrame frame;
-        uint8_t flags = static_cast<uint8_t>(in.be(1));
-        frame.reliability = flags >> 5;
-        frame.split = (flags & 0x10) != 0;
-        size_t length = (in.be(2) + 7) / 8;
-        if (isReliable(frame.reliability)) {
-            frame.messageIndex = in.u24le();
-        }
-        if (isSequenced(frame.reliability)) {
-            frame.sequenceIndex = in.u24le();
-        }
-        if (isOrdered(frame.reliability) || isSequenced(frame.reliability)) {
-            frame.orderIndex = in.u24le();
-            frame.orderChannel = static_cast<uint8_t>(in.be(1));
-        }
-        if (frame.split) {
-            frame.splitCount = static_cast<int32_t>(in.be(4));
-            frame.splitId = static_cast<uint16_t>(in.be(2));
-            frame.splitIndex = static_cast<int32_t>(in.be(4));
-        }
-        frame.payload = in.take(length);
-        datagram.frames.push_back(std::move(frame));
-    }
-    if (in.failed) {
-        return std::nullopt;
-    }
-    return datagram;
-}
-
-std::optional<PeerAcknowledgement> RakNetPeer::parseAcknowledgement(std::span<const uint8_t> bytes) {
-    Reader in{bytes};
-    PeerAcknowledgement acknowledgement;
-    uint8_t id = static_cast<uint8_t>(in.be(1));
-    acknowledgement.negative = (id & 0x40) == 0;
-    auto count = in.be(2);
-    for (uint64_t i = 0; i < count && !in.failed; ++i) {
-        if (in.be(1) == 0) {
-            uint32_t start = in.u24le();
-            uint32_t end = in.u24le();
-            acknowledgement.ranges.emplace_back(start, end);
-        } else {
-            uint32_t number = in.u24le();
-            acknowledgement.ranges.emplace_back(number, number);
-        }
-    }
-    if (in.failed || in.left() != 0) {
-        return std::nullopt;
-    }
-    return acknowledgement;
 }
 
 std::vector<uint8_t> RakNetPeer::encodeAddress(const foundation::SocketAddress& address) {

@@ -61,13 +61,6 @@ struct PeerAcknowledgement {
 //
 // All waits are bounded by a timeout and give nothing when it runs out; none
 // of them asserts anything about speed. Not thread-safe: one test thread.
-//
-// Typical use:
-//   RakNetPeer peer(serverAddress);
-//   ASSERT_TRUE(peer.connect());
-//   peer.sendPayload({0xFE, 0x01});
-//   auto reply = peer.nextPayloadWithId(0xFE);
-//   peer.sendDisconnect();
 class RakNetPeer {
 public:
     static constexpr std::chrono::milliseconds DEFAULT_TIMEOUT{5000};
@@ -88,8 +81,6 @@ public:
     // Every datagram read is also kept in a log of its own: this takes the
     // next one of them, whatever it is, without regard to the other backlogs.
     std::optional<std::vector<uint8_t>> receiveRaw(std::chrono::milliseconds timeout = DEFAULT_TIMEOUT);
-    // True when nothing at all arrives within `window` (reads and files whatever does).
-    bool quietFor(std::chrono::milliseconds window);
 
     // --- Offline -----------------------------------------------------------
     void sendUnconnectedPing(int64_t clientTime, int64_t clientId = DEFAULT_CLIENT_ID);
@@ -116,7 +107,6 @@ public:
     // One payload, RELIABLE_ORDERED; split into datagrams of their own when
     // it is longer than `fragmentSize`.
     void sendPayload(const std::vector<uint8_t>& payload, size_t fragmentSize = 1000);
-    void sendAck(const std::vector<std::pair<uint32_t, uint32_t>>& ranges);
     void sendNack(const std::vector<std::pair<uint32_t, uint32_t>>& ranges);
     // Control payloads, framed RELIABLE_ORDERED.
     void sendConnectionRequest(int64_t timestamp, int64_t clientId = DEFAULT_CLIENT_ID);
@@ -156,12 +146,7 @@ public:
     std::optional<std::chrono::milliseconds> resendAfter;
 
     // --- Wire forms, for tests that build or check bytes themselves -------------
-    static std::vector<uint8_t> encodeFrame(const PeerFrame& frame);
-    static std::vector<uint8_t> encodeDatagram(const PeerDatagram& datagram);
     static std::vector<uint8_t> encodeAcknowledgement(const PeerAcknowledgement& acknowledgement);
-    // Nothing when the bytes don't hold a well-formed datagram.
-    static std::optional<PeerDatagram> parseDatagram(std::span<const uint8_t> bytes);
-    static std::optional<PeerAcknowledgement> parseAcknowledgement(std::span<const uint8_t> bytes);
     // The 7-byte IPv4 or 29-byte IPv6 address form.
     static std::vector<uint8_t> encodeAddress(const foundation::SocketAddress& address);
 
