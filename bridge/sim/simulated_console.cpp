@@ -379,6 +379,19 @@ private:
     void deliver(Bytes payload) {
         if (!payload.empty() && payload[0] == 0xFE) {
             ready_.push_back(std::move(payload));
+            return;
+        }
+        // A console answers the bridge's pings as they come, also while it
+        // reads a long world: the pong is what keeps the connection alive
+        // for a bridge that hears nothing else from it.
+        if (payload.size() >= 9 && payload[0] == 0x00) {
+            Bytes pong{0x03};
+            pong.insert(pong.end(), payload.begin() + 1, payload.begin() + 9);
+            auto now = static_cast<uint64_t>(foundation::Clock::currentTimeMillis());
+            for (int shift = 56; shift >= 0; shift -= 8) {
+                pong.push_back(static_cast<uint8_t>(now >> shift));
+            }
+            peer_.sendFrames({peer_.frame(std::move(pong), 0)});
         }
     }
 
