@@ -22,13 +22,11 @@ void systemLog(std::string_view line) {
         (void)ignored;
         text.pop_back();
     }
-    std::function<void(std::string_view)> tap;
-    {
-        std::lock_guard lock(tapMutex);
-        tap = currentTap;
-    }
-    if (tap) {
-        tap(text);
+    // The tap runs under the lock, so that removing it waits for a call
+    // under way and whoever set it may go as soon as it is removed.
+    std::lock_guard lock(tapMutex);
+    if (currentTap) {
+        currentTap(text);
     }
 }
 

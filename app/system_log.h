@@ -10,7 +10,8 @@ namespace ferrylink::app {
 // Safe from any thread.
 void systemLog(std::string_view line);
 
-// Also hands every line to `tap` (an empty function removes it). For tests.
+// Also hands every line to `tap` (an empty function removes it, and waits
+// for a call of the old one under way). For tests.
 void setSystemLogTap(std::function<void(std::string_view)> tap);
 
 }  // namespace ferrylink::app

@@ -1,15 +1,15 @@
 #!/usr/bin/env bash
-# Installs what is needed, builds and runs every test: once in a plain build,
-# once under AddressSanitizer and UndefinedBehaviorSanitizer; every fuzz target
-# for a few seconds; then the browser tests and the client compatibility suite
-# against the plain build.
+# Installs what is needed, builds and runs every test: the suites in a plain
+# build, under AddressSanitizer and UndefinedBehaviorSanitizer, and under
+# ThreadSanitizer; every fuzz target for a few seconds; then the browser tests
+# and the client compatibility suite against the plain build.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/install-deps.sh --browser
 
 jobs=$(nproc)
-for preset in default sanitize; do
+for preset in default sanitize tsan; do
   echo "=== ${preset} build ==="
   cmake --preset "$preset" >/dev/null
   cmake --build --preset "$preset" -j "$jobs"
