@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Installs what is needed, builds and runs every test: the suites in a plain
 # build, under AddressSanitizer and UndefinedBehaviorSanitizer, and under
-# ThreadSanitizer; every fuzz target for a few seconds; then the browser tests
-# and the client compatibility suite against the plain build.
+# ThreadSanitizer; every fuzz target for a few seconds; a short soak of the
+# sanitizer build; then the browser tests and the client compatibility suite
+# against the plain build.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -18,6 +19,9 @@ done
 
 echo "=== fuzz targets ==="
 scripts/fuzz.sh
+
+echo "=== soak ==="
+bench/soak.sh --short
 
 if [[ -f tests/web/package.json ]]; then
   echo "=== browser tests ==="
