@@ -40,7 +40,9 @@ std::string urlHost(std::string_view host) {
     if (host.find(':') != std::string_view::npos) {
         // GCC 12 at -O3 sees an overlapping copy in the string concatenation.
 #pragma GCC diagnostic push
+#if !defined(__clang__)  // a warning clang doesn't know
 #pragma GCC diagnostic ignored "-Wrestrict"
+#endif
         return "[" + std::string(host) + "]";
 #pragma GCC diagnostic pop
     }

@@ -49,7 +49,9 @@ StartGamePacket::World StartGamePacket::worldFor(int32_t protocol) {
     if (protocol < v475) {
         // GCC 12 at -O3 sees an overlapping copy in a one-letter assignment.
 #pragma GCC diagnostic push
+#if !defined(__clang__)  // a warning clang doesn't know
 #pragma GCC diagnostic ignored "-Wrestrict"
+#endif
         world.gameVersion = "*";
 #pragma GCC diagnostic pop
     }
