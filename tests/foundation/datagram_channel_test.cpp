@@ -6,19 +6,17 @@
 #include <atomic>
 #include <future>
 #include <mutex>
-#include <thread>
 
 #include "foundation/datagram_bootstrap.h"
 
 namespace ferrylink::foundation {
 namespace {
 
-// Records every datagram and the thread it arrived on.
+// Records every datagram, each read on the loop's thread.
 class RecordingHandler : public ChannelInboundHandler {
 public:
     void channelRead(ChannelHandlerContext& context, AddressedEnvelope envelope) override {
         std::lock_guard lock(mutex);
-        threads.push_back(std::this_thread::get_id());
         EXPECT_TRUE(context.eventLoop()->inEventLoop());
         received.push_back(std::move(envelope));
         arrived.notify_all();
@@ -36,7 +34,6 @@ public:
     std::mutex mutex;
     std::condition_variable arrived;
     std::vector<AddressedEnvelope> received;
-    std::vector<std::thread::id> threads;
     // How many datagrams had come at each end of a read batch.
     std::vector<size_t> completedAfter;
 };
@@ -98,8 +95,6 @@ public:
         ::getsockname(fd_, reinterpret_cast<sockaddr*>(&storage), &length);
         return SocketAddress::fromSockaddr(reinterpret_cast<sockaddr*>(&storage), length);
     }
-
-    int fd() const { return fd_; }
 
 private:
     int fd_;
@@ -175,20 +170,12 @@ TEST(DatagramChannelBind, PortOfALiveChannelIsRefusedEvenWithReuseAndFreeOnceItC
     auto future = DatagramBootstrap(group)
                       .channelOption(SocketOption{SOL_SOCKET, SO_REUSEADDR}, 1)
                       .bind("127.0.0.1", holder.port);
-    std::string first;
     try {
         future.wait();
         FAIL() << "bound a port that is taken";
     } catch (const IOError& error) {
-        first = error.what();
         EXPECT_EQ(error.code().value(), EADDRINUSE);
-        EXPECT_EQ(first, "bind: Address already in use (errno: 98)");
-    }
-    try {
-        future.wait();
-        FAIL();
-    } catch (const IOError& error) {
-        EXPECT_EQ(first, error.what());
+        EXPECT_EQ(std::string(error.what()), "bind: Address already in use (errno: 98)");
     }
     holder.channel->close().wait();
     EXPECT_EQ(bindRecording(group, holder.port).port, holder.port);
@@ -202,38 +189,19 @@ TEST(DatagramChannelBind, UnknownHostFailsWithTheResolverError) {
     group->syncShutdownGracefully();
 }
 
-TEST(DatagramChannelGroup, TwoEndpointsShareTheLoopThread) {
-    auto group = std::make_shared<MultiThreadedEventLoopGroup>(1);
-    auto a = bindRecording(group);
-    auto b = bindRecording(group);
-    EXPECT_EQ(a.channel->eventLoop(), b.channel->eventLoop());
-    Peer peer;
-    peer.sendTo(a.port, 4);
-    peer.sendTo(b.port, 4);
-    ASSERT_TRUE(a.handler->waitFor(1));
-    ASSERT_TRUE(b.handler->waitFor(1));
-    group->syncShutdownGracefully();  // the loop is done with both handlers
-    EXPECT_EQ(a.handler->threads[0], b.handler->threads[0]);
-}
-
-TEST(DatagramChannelClose, CloseFutureCompletesAndWritesFailAfterwards) {
+TEST(DatagramChannelClose, CloseFutureCompletesWritesFailAfterwardsAndShutdownClosesTheRest) {
     auto group = std::make_shared<MultiThreadedEventLoopGroup>(1);
     auto bound = bindRecording(group);
-    auto closed = bound.channel->closeFuture();
+    auto other = bindRecording(group);
+    auto open = other.channel->closeFuture();
     bound.channel->close();
-    EXPECT_NO_THROW(closed.wait());
+    EXPECT_NO_THROW(bound.channel->closeFuture().wait());
     Peer peer;
     auto write = bound.channel->writeAndFlush(AddressedEnvelope{peer.address(), ByteBuffer("x"), std::nullopt});
     EXPECT_ANY_THROW(write.wait());
+    EXPECT_FALSE(open.isComplete());
     group->syncShutdownGracefully();
-}
-
-TEST(DatagramChannelClose, ShutdownClosesOpenChannels) {
-    auto group = std::make_shared<MultiThreadedEventLoopGroup>(1);
-    auto bound = bindRecording(group);
-    auto closed = bound.channel->closeFuture();
-    group->syncShutdownGracefully();
-    EXPECT_TRUE(closed.isComplete());
+    EXPECT_TRUE(open.isComplete());
 }
 
 }  // namespace
