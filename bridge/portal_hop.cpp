@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "bridge/packets/deflate_cache.h"
 #include "bridge/packets/disconnect_packet.h"
 #include "bridge/piped_player.h"
 #include "bridge/resource_bundle.h"
@@ -287,6 +288,11 @@ void PortalHop::closeConnection(const SocketAddress& address, const std::string&
         std::string name = foundation::printable(found->second->displayName.value_or("Player"));
         ServerLink::current()->print(name + " disconnected due to \"" + reason + "\"!");
         players.erase(found);
+        // Sends run on this queue, so its thread's cache is the one that
+        // holds their batches; with nobody left it holds them for no one.
+        if (players.empty()) {
+            DeflateCache::forThisThread().clear();
+        }
     } else {
         ServerLink::current()->print("Connection closed " + address.description() + " due to " + reason + "!");
     }

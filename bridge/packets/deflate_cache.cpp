@@ -28,6 +28,11 @@ std::optional<std::vector<uint8_t>> DeflateCache::deflate(std::span<const uint8_
     return deflated;
 }
 
+void DeflateCache::clear() {
+    std::unordered_map<std::string, Entry, Hash, std::equal_to<>>().swap(entries_);
+    held_ = 0;
+}
+
 void DeflateCache::makeRoom(size_t needed) {
     while (held_ + needed > budget_ && !entries_.empty()) {
         auto oldest = std::min_element(entries_.begin(), entries_.end(), [](const auto& lhs, const auto& rhs) {

@@ -31,6 +31,9 @@ public:
     // deflateRaw(input), from the cache when it holds it.
     std::optional<std::vector<uint8_t>> deflate(std::span<const uint8_t> input);
 
+    // Lets go of every batch, for when no console is left to send them to.
+    void clear();
+
     // Bytes held, input and output of every batch together.
     size_t heldBytes() const { return held_; }
     size_t size() const { return entries_.size(); }
