@@ -205,7 +205,10 @@ void endlessSplit(const Attack& attack) {
                 fragments.push_back(std::move(fragment));
             }
             peer->sendFrames(fragments);
-            attack.traffic.sent += 64 * 14;
+            // A datagram's 4-byte header, then per fragment: flags, length,
+            // message and order index with its channel, the split's count,
+            // id and index, and the one payload byte.
+            attack.traffic.sent += 4 + 64 * (1 + 2 + 3 + 4 + 10 + 1);
             drain(*peer, attack.traffic, 0ms);
         }
     }
