@@ -289,9 +289,15 @@ void PortalHop::closeConnection(const SocketAddress& address, const std::string&
         ServerLink::current()->print(name + " disconnected due to \"" + reason + "\"!");
         players.erase(found);
         // Sends run on this queue, so its thread's cache is the one that
-        // holds their batches; with nobody left it holds them for no one.
+        // holds their batches; nobody coming within the linger, it holds them
+        // for no one.
         if (players.empty()) {
-            DeflateCache::forThisThread().clear();
+            serverQueue.asyncAfter(batchCacheLinger, [weak = weak_from_this(), emptied = ++emptied_] {
+                auto self = weak.lock();
+                if (self && self->players.empty() && self->emptied_ == emptied) {
+                    DeflateCache::forThisThread().clear();
+                }
+            });
         }
     } else {
         ServerLink::current()->print("Connection closed " + address.description() + " due to " + reason + "!");

@@ -67,6 +67,10 @@ public:
     static constexpr int defaultHostPort = 19132;
     // How long after a client has gone a oneTransfer server closes.
     static constexpr std::chrono::milliseconds oneTransferDelay{15000};
+    // How long the compressed batches of the join are kept after the last
+    // client has gone: consoles of one household tend to come one after
+    // another, and the next is then served without compressing anything.
+    static constexpr std::chrono::milliseconds batchCacheLinger{30000};
 
     // Builds the server, makes it the current one (through which every
     // session logs and takes its buffers) and loads the resource files.
@@ -123,6 +127,10 @@ public:
     std::unordered_map<foundation::SocketAddress, std::shared_ptr<PipedPlayer>> players;
 
 private:
+    // serverQueue only: counts the times the last client went, so that only
+    // the latest linger lets go of the cached batches.
+    uint64_t emptied_ = 0;
+
     friend class TransferListener;
 
     PortalHop(std::string transferHost, int transferPort, bool oneTransfer, std::function<void()> onCloseHandler,
