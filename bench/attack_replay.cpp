@@ -47,7 +47,7 @@ using namespace std::chrono_literals;
 using Bytes = std::vector<uint8_t>;
 using SteadyClock = std::chrono::steady_clock;
 using ferrylink::foundation::SocketAddress;
-using ferrylink::testing::PeerFrame;
+using ferrylink::sim::LinkFrame;
 using ferrylink::testing::RakNetPeer;
 
 const uint8_t offlineMagic[16] = {0x00, 0xFF, 0xFF, 0x00, 0xFE, 0xFE, 0xFE, 0xFE,
@@ -195,9 +195,9 @@ void endlessSplit(const Attack& attack) {
         }
         const auto until = std::min(attack.until, SteadyClock::now() + 1s);
         for (int32_t index = 0; SteadyClock::now() < until; index += 64) {
-            std::vector<PeerFrame> fragments;
+            std::vector<LinkFrame> fragments;
             for (int32_t i = 0; i < 64; ++i) {
-                PeerFrame fragment = peer->frame({0x00});
+                LinkFrame fragment = peer->frame({0x00});
                 fragment.split = true;
                 fragment.splitCount = 0x7FFFFFFF;
                 fragment.splitId = 1;
@@ -318,12 +318,12 @@ int main(int argc, char** argv) {
     int failed = 0;
     std::this_thread::sleep_for(500ms);
     while (SteadyClock::now() + 1s < until) {
-        ferrylink::testing::ConsoleOptions options;
+        ferrylink::sim::ConsoleOptions options;
         options.port = port;
         options.timeout = 10s;
         options.resendAfter = 500ms;
         const auto began = SteadyClock::now();
-        auto report = ferrylink::testing::SimulatedConsole(options).join();
+        auto report = ferrylink::sim::SimulatedConsole(options).join();
         const double ms = std::chrono::duration<double, std::milli>(SteadyClock::now() - began).count();
         ++joins;
         if (!report.transferred()) {

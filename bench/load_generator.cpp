@@ -50,9 +50,9 @@ namespace {
 using SteadyClock = std::chrono::steady_clock;
 using Milliseconds = std::chrono::duration<double, std::milli>;
 using Seconds = std::chrono::duration<double>;
-using ferrylink::testing::ConsoleOptions;
-using ferrylink::testing::ConsoleReport;
-using ferrylink::testing::SimulatedConsole;
+using ferrylink::sim::ConsoleOptions;
+using ferrylink::sim::ConsoleReport;
+using ferrylink::sim::SimulatedConsole;
 
 // --- Statistics -------------------------------------------------------------------------
 

@@ -10,7 +10,7 @@
 #include "bridge/sim/simulated_console.h"
 
 int main(int argc, char** argv) {
-    ferrylink::testing::ConsoleOptions options;
+    ferrylink::sim::ConsoleOptions options;
     int raknetVersion = 0;
     int64_t timeoutMs = options.timeout.count();
     std::string bundle;
@@ -33,7 +33,7 @@ int main(int argc, char** argv) {
     options.timeout = std::chrono::milliseconds(timeoutMs);
     options.bundleFolder = bundle;
 
-    auto report = ferrylink::testing::SimulatedConsole(options).join();
+    auto report = ferrylink::sim::SimulatedConsole(options).join();
     if (!report.advert.empty()) {
         std::cout << "Advert: " << report.advert << "\n";
     }

@@ -31,12 +31,12 @@
 #include "bridge/packets/web_token.h"
 #include "bridge/packets/world_table_packets.h"
 #include "bridge/resource_bundle.h"
+#include "bridge/sim/console_link.h"
 #include "bridge/world_resources.h"
 #include "foundation/clock.h"
 #include "foundation/socket_address.h"
-#include "support/raknet_peer.h"
 
-namespace ferrylink::testing {
+namespace ferrylink::sim {
 
 namespace {
 
@@ -317,13 +317,13 @@ std::shared_ptr<const Tables> tablesIn(const std::filesystem::path& folder) {
 
 // --- Game payloads in the order a client applies them -------------------------------------
 
-// Reads the connection as a console does: drops retransmitted copies, joins
-// fragments, and hands out ordered frames by their order index, not by their
-// arrival (a split payload leaves the server at once and may overtake smaller
-// ones queued before it).
+// Reads the connection as a console does: whole frames from the joiner, and
+// ordered ones handed out by their order index, not by their arrival (a split
+// payload leaves the server at once and may overtake smaller ones queued
+// before it).
 class OrderedPayloads {
 public:
-    explicit OrderedPayloads(RakNetPeer& peer) : peer_(peer) {}
+    explicit OrderedPayloads(ConsoleLink& link) : link_(link) {}
 
     std::optional<Bytes> nextGamePayload(SteadyClock::time_point deadline) {
         while (ready_.empty()) {
@@ -331,12 +331,14 @@ public:
             if (left.count() <= 0) {
                 return std::nullopt;
             }
-            auto datagram = peer_.nextDatagram(left);
+            auto datagram = link_.nextDatagram(left);
             if (!datagram) {
                 return std::nullopt;
             }
             for (auto& frame : datagram->frames) {
-                take(std::move(frame));
+                if (auto whole = joiner_.take(std::move(frame))) {
+                    take(std::move(*whole));
+                }
             }
         }
         Bytes payload = std::move(ready_.front());
@@ -345,25 +347,7 @@ public:
     }
 
 private:
-    static bool isOrdered(int reliability) { return reliability == 3 || reliability == 7; }
-
-    void take(PeerFrame frame) {
-        if (frame.messageIndex && !seen_.insert(*frame.messageIndex).second) {
-            return;
-        }
-        if (frame.split) {
-            auto& parts = splits_[frame.splitId];
-            parts[frame.splitIndex] = std::move(frame.payload);
-            if (static_cast<int32_t>(parts.size()) != frame.splitCount) {
-                return;
-            }
-            Bytes whole;
-            for (auto& [index, part] : parts) {
-                append(whole, part);
-            }
-            splits_.erase(frame.splitId);
-            frame.payload = std::move(whole);
-        }
+    void take(LinkFrame frame) {
         if (!isOrdered(frame.reliability)) {
             deliver(std::move(frame.payload));
             return;
@@ -391,13 +375,12 @@ private:
             for (int shift = 56; shift >= 0; shift -= 8) {
                 pong.push_back(static_cast<uint8_t>(now >> shift));
             }
-            peer_.sendFrames({peer_.frame(std::move(pong), 0)});
+            link_.sendFrames({link_.frame(std::move(pong), 0)});
         }
     }
 
-    RakNetPeer& peer_;
-    std::set<uint32_t> seen_;
-    std::map<uint16_t, std::map<int32_t, Bytes>> splits_;
+    ConsoleLink& link_;
+    FrameJoiner joiner_;
     std::map<uint32_t, Bytes> waiting_;
     uint32_t nextOrder_ = 0;
     std::deque<Bytes> ready_;
@@ -445,7 +428,7 @@ private:
     SteadyClock::time_point deadline_;
     const int32_t protocol_;
     const uint8_t raknetVersion_;
-    std::optional<RakNetPeer> peer_;
+    std::optional<ConsoleLink> link_;
     std::optional<OrderedPayloads> payloads_;
     bool connected_ = false;
     bool compressed_ = false;
@@ -477,8 +460,8 @@ bool Join::loadTables() {
 bool Join::discover() {
     std::optional<Bytes> pong;
     do {
-        peer_->sendUnconnectedPing(foundation::Clock::currentTimeMillis());
-        pong = peer_->nextOffline(0x1C, options_.resendAfter ? std::min(left(), *options_.resendAfter) : left());
+        link_->sendUnconnectedPing(foundation::Clock::currentTimeMillis());
+        pong = link_->nextOffline(0x1C, options_.resendAfter ? std::min(left(), *options_.resendAfter) : left());
     } while (!pong && options_.resendAfter && SteadyClock::now() < deadline_);
     // id, client time, server id, magic, then the advert behind its 16-bit length
     if (!pong || pong->size() < 35) {
@@ -510,7 +493,7 @@ void Join::sendBatch(const std::vector<Bytes>& packets) {
     } else {
         append(payload, entries);
     }
-    peer_->sendPayload(payload);
+    link_->sendPayload(payload);
 }
 
 std::optional<Bytes> Join::receivePacket(const std::string& expecting) {
@@ -669,7 +652,7 @@ bool Join::finishWithTransfer() {
 void Join::run() {
     walkThrough();
     if (connected_) {
-        peer_->sendDisconnect();
+        link_->sendDisconnect();
     }
 }
 
@@ -684,9 +667,9 @@ void Join::walkThrough() {
         problem(std::string("can't resolve the bridge: ") + error.what());
         return;
     }
-    peer_.emplace(*server);
-    peer_->resendAfter = options_.resendAfter;
-    payloads_.emplace(*peer_);
+    link_.emplace(*server);
+    link_->resendAfter = options_.resendAfter;
+    payloads_.emplace(*link_);
     if (!discover()) {
         return;
     }
@@ -697,7 +680,7 @@ void Join::walkThrough() {
         options_.beforeConnect();
     }
     report_.connectSentAt = SteadyClock::now();
-    if (!peer_->connect(options_.mtu, raknetVersion_)) {
+    if (!link_->connect(options_.mtu, raknetVersion_)) {
         problem("RakNet connection not accepted");
         return;
     }
@@ -776,4 +759,4 @@ ConsoleReport SimulatedConsole::join() {
     return report;
 }
 
-}  // namespace ferrylink::testing
+}  // namespace ferrylink::sim

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace ferrylink::testing {
+namespace ferrylink::sim {
 
 // What a simulated console is told before it joins.
 struct ConsoleOptions {
@@ -86,4 +86,4 @@ private:
     ConsoleOptions options_;
 };
 
-}  // namespace ferrylink::testing
+}  // namespace ferrylink::sim

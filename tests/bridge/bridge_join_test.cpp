@@ -14,10 +14,10 @@
 namespace ferrylink::bridge {
 namespace {
 
-using testing::ConsoleOptions;
-using testing::ConsoleReport;
+using sim::ConsoleOptions;
+using sim::ConsoleReport;
+using sim::SimulatedConsole;
 using testing::RunningBridge;
-using testing::SimulatedConsole;
 
 std::string describe(const ConsoleReport& report) {
     std::string text;

@@ -17,10 +17,10 @@ TEST(ConsoleLinesTest, AJoinPrintsOnlyKnownLinesAndQuietKeepsItsStory) {
     std::vector<std::string> lines;
     {
         testing::RunningBridge bridge("127.0.0.1", 19133);
-        testing::ConsoleOptions options;
+        sim::ConsoleOptions options;
         options.port = bridge.port();
         options.displayName = "IP Steve";
-        ASSERT_TRUE(testing::SimulatedConsole(options).join().transferred());
+        ASSERT_TRUE(sim::SimulatedConsole(options).join().transferred());
         ASSERT_TRUE(bridge.printer->waitFor("IP Steve disconnected due to \"client disconnect\"!"));
         bridge.hop->stop();
         ASSERT_TRUE(bridge.closes->waitClosed());

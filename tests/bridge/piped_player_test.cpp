@@ -164,9 +164,9 @@ TEST(PipedPlayerTest, APeerThatMakesNoSenseIsDroppedAndTheOthersAreServed) {
         ASSERT_TRUE(sessions.back()->connected);
         fault.send(*sessions.back());
     }
-    testing::ConsoleOptions options;
+    sim::ConsoleOptions options;
     options.port = bridge.port();
-    auto report = testing::SimulatedConsole(options).join();
+    auto report = sim::SimulatedConsole(options).join();
     EXPECT_TRUE(report.transferred() && report.clean());
     for (size_t i = 0; i < sessions.size(); ++i) {
         EXPECT_TRUE(bridge.printer->waitFor("Dropped " + sessions[i]->address() + ": " + faults[i].reason));

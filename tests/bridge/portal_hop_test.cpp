@@ -13,7 +13,6 @@
 #include "foundation/clock.h"
 #include "raknet/client.h"
 #include "running_bridge.h"
-#include "support/raknet_peer.h"
 
 namespace ferrylink::bridge {
 namespace {

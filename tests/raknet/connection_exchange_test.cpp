@@ -14,8 +14,8 @@ namespace ferrylink::raknet {
 namespace {
 
 using foundation::ByteBuffer;
-using ferrylink::testing::PeerDatagram;
-using ferrylink::testing::PeerFrame;
+using ferrylink::sim::LinkDatagram;
+using ferrylink::sim::LinkFrame;
 using ferrylink::testing::RakNetPeer;
 using testing::EventKind;
 using testing::LoopbackServer;
@@ -35,7 +35,7 @@ protected:
     }
 
     // The next data datagram whose frames carry `payload`.
-    std::optional<PeerDatagram> datagramCarrying(const Bytes& payload) {
+    std::optional<LinkDatagram> datagramCarrying(const Bytes& payload) {
         while (auto datagram = peer.nextDatagram()) {
             for (const auto& frame : datagram->frames) {
                 if (frame.payload == payload) {
@@ -324,7 +324,7 @@ TEST_F(ConnectionExchangeTest, FragmentsInAnyOrderAreReassembled) {
     // on their own.
     auto pieces = peer.fragments(payload, 1000);
     ASSERT_EQ(pieces.size(), 3u);
-    std::vector<PeerFrame> shuffled{pieces[2], pieces[0], pieces[1]};
+    std::vector<LinkFrame> shuffled{pieces[2], pieces[0], pieces[1]};
     uint32_t index = *pieces[0].messageIndex;
     for (auto& piece : shuffled) {
         piece.messageIndex = index++;
