@@ -6,6 +6,10 @@
 #include <tuple>
 
 #include "foundation/byte_buffer.h"
+#include "raknet/packets/acknowledge_packet.h"
+#include "raknet/packets/connected_packets.h"
+#include "raknet/packets/datagram.h"
+#include "raknet/packets/encapsulated_packet.h"
 #include "raknet/packets/offline_packets.h"
 #include "raknet/packets/wire.h"
 #include "raknet/server_info.h"
@@ -207,40 +211,53 @@ TEST(ServerInfoTest, AdvertsThatCantBeReadGiveNothing) {
     }
 }
 
-// What a peer sends and can't be read is a failure for the caller to handle,
-// never the end of the process.
-struct ShortInputCase {
+// What a peer sends and can't be read, offline or on a connection: each
+// decoder fails, and the listener or the connection drops that peer; never
+// the end of the process.
+struct MalformedCase {
     const char* name;
     std::string hex;
     std::function<bool(ByteBuffer&)> decode;
 };
 
-class OfflineShortInputTest : public ::testing::TestWithParam<ShortInputCase> {};
+class MalformedInputTest : public ::testing::TestWithParam<MalformedCase> {};
 
-TEST_P(OfflineShortInputTest, DecoderFails) {
-    auto buffer = bufferFromHex(GetParam().hex);
-    EXPECT_FALSE(GetParam().decode(buffer));
+TEST_P(MalformedInputTest, DecoderFails) {
+    auto bytes = bufferFromHex(GetParam().hex);
+    EXPECT_FALSE(GetParam().decode(bytes));
 }
 
 template <typename P>
-bool decodes(ByteBuffer& buffer) {
-    return static_cast<bool>(P().decode(buffer));
+bool decodes(ByteBuffer& bytes) {
+    return static_cast<bool>(P().decode(bytes));
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Inputs, OfflineShortInputTest,
+    Inputs, MalformedInputTest,
     ::testing::Values(
-        ShortInputCase{"RequestOneOfSeventeenBytes", withMagic("05", ""), decodes<OpenConnectionRequest1>},
-        ShortInputCase{"PingCutInItsClientId", withMagic("01 00 00 00 00 00 00 00 01", "00 00"),
-                       decodes<UnconnectedPing>},
-        ShortInputCase{"RequestTwoCutInItsAddress", withMagic("07", "04 80 FF"), decodes<OpenConnectionRequest2>},
-        ShortInputCase{"RequestTwoWithAShortIPv6Address", withMagic("07", "06 00 0A 4A BD 00 00"),
-                       decodes<OpenConnectionRequest2>},
-        ShortInputCase{"PongWithItsAdvertPastTheEnd", withMagic("1C 00 00 00 00 00 00 00 01 00 00 00 00 00 00 00 02", "00 05 41"),
-                       decodes<UnconnectedPong>},
-        ShortInputCase{"PongWithANegativeAdvertLength", withMagic("1C 00 00 00 00 00 00 00 01 00 00 00 00 00 00 00 02", "FF FF 41"),
-                       decodes<UnconnectedPong>},
-        ShortInputCase{"EmptyDatagram", "", decodes<UnconnectedPing>}),
+        MalformedCase{"EmptyDatagram", "", decodes<UnconnectedPing>},
+        MalformedCase{"PingCutInItsClientId", withMagic("01 00 00 00 00 00 00 00 01", "00 00"), decodes<UnconnectedPing>},
+        MalformedCase{"RequestOneOfSeventeenBytes", withMagic("05", ""), decodes<OpenConnectionRequest1>},
+        MalformedCase{"RequestTwoCutInItsAddress", withMagic("07", "04 80 FF"), decodes<OpenConnectionRequest2>},
+        MalformedCase{"RequestTwoWithAShortIPv6Address", withMagic("07", "06 00 0A 4A BD 00 00"),
+                      decodes<OpenConnectionRequest2>},
+        MalformedCase{"PongWithItsAdvertPastTheEnd",
+                      withMagic("1C 00 00 00 00 00 00 00 01 00 00 00 00 00 00 00 02", "00 05 41"), decodes<UnconnectedPong>},
+        MalformedCase{"PongWithANegativeAdvertLength",
+                      withMagic("1C 00 00 00 00 00 00 00 01 00 00 00 00 00 00 00 02", "FF FF 41"), decodes<UnconnectedPong>},
+        MalformedCase{"FrameCutInItsPayload", "00 00 18 AA BB", decodes<EncapsulatedPacket>},
+        MalformedCase{"FrameCutInItsHeader", "60 00 08 01 00", decodes<EncapsulatedPacket>},
+        MalformedCase{"SplitFrameCutInItsSplitFields", "10 00 08 00 00 00 03 00", decodes<EncapsulatedPacket>},
+        MalformedCase{"FrameLongerThan65528Bits", "00 FF F9 00", decodes<EncapsulatedPacket>},
+        MalformedCase{"DatagramCutInItsNumber", "84 00", decodes<Datagram>},
+        MalformedCase{"DatagramWithATruncatedSecondFrame", "84 00 00 00  00 00 08 15  40 00", decodes<Datagram>},
+        MalformedCase{"AcknowledgementWithANegativeCount", "C0 80 00", decodes<ACK>},
+        MalformedCase{"AcknowledgementCutInARecord", "C0 00 01 00 01 00 00 02", decodes<ACK>},
+        MalformedCase{"AcknowledgementRangeRunningBackwards", "A0 00 01 00 05 00 00 02 00 00", decodes<NACK>},
+        MalformedCase{"TruncatedConnectedPing", "00 00 00 01", decodes<ConnectedPing>},
+        MalformedCase{"TruncatedConnectionRequest", "09 00 00 00 00 00 00 00 07 00 00", decodes<ConnectionRequest>},
+        MalformedCase{"NewIncomingConnectionWithoutTimestamps", "13 04 80 FF FF FE 4A BC 00 00",
+                      decodes<NewIncomingConnection>}),
     [](const auto& info) { return info.param.name; });
 
 using OfflinePacketDeathTest = ::testing::Test;

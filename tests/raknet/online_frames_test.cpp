@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <functional>
-
 #include "foundation/byte_buffer.h"
 #include "raknet/packets/acknowledge_packet.h"
 #include "raknet/packets/connected_packets.h"
@@ -27,8 +25,6 @@ ByteBuffer encoded(const EncapsulatedPacket& frame) {
     frame.encode(buffer);
     return buffer;
 }
-
-// --- Reliability ------------------------------------------------------------------
 
 // --- Frames ------------------------------------------------------------------------
 
@@ -101,44 +97,6 @@ TEST(EncapsulatedPacketTest, LengthInBitsIsRoundedUpToBytes) {
     EXPECT_BYTES(*decoded.buffer, "AA BB");
     EXPECT_EQ(bytes.readableBytes(), 1u);
 }
-
-// Frames, datagrams and acknowledgements a peer sends that can't be read:
-// each decoder fails, and the connection drops that peer.
-struct MalformedCase {
-    const char* name;
-    const char* hex;
-    std::function<Decoded(ByteBuffer&)> decode;
-};
-
-class MalformedOnlineTest : public ::testing::TestWithParam<MalformedCase> {};
-
-TEST_P(MalformedOnlineTest, DecoderFails) {
-    auto bytes = bufferFromHex(GetParam().hex);
-    EXPECT_FALSE(GetParam().decode(bytes));
-}
-
-template <typename P>
-Decoded decodeAs(ByteBuffer& bytes) {
-    P packet;
-    return packet.decode(bytes);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Inputs, MalformedOnlineTest,
-    ::testing::Values(MalformedCase{"FrameCutInItsPayload", "00 00 18 AA BB", decodeAs<EncapsulatedPacket>},
-                      MalformedCase{"FrameCutInItsHeader", "60 00 08 01 00", decodeAs<EncapsulatedPacket>},
-                      MalformedCase{"SplitFrameCutInItsSplitFields", "10 00 08 00 00 00 03 00", decodeAs<EncapsulatedPacket>},
-                      MalformedCase{"FrameLongerThan65528Bits", "00 FF F9 00", decodeAs<EncapsulatedPacket>},
-                      MalformedCase{"DatagramCutInItsNumber", "84 00", decodeAs<Datagram>},
-                      MalformedCase{"DatagramWithATruncatedSecondFrame", "84 00 00 00  00 00 08 15  40 00", decodeAs<Datagram>},
-                      MalformedCase{"AcknowledgementWithANegativeCount", "C0 80 00", decodeAs<ACK>},
-                      MalformedCase{"AcknowledgementCutInARecord", "C0 00 01 00 01 00 00 02", decodeAs<ACK>},
-                      MalformedCase{"AcknowledgementRangeRunningBackwards", "A0 00 01 00 05 00 00 02 00 00", decodeAs<NACK>},
-                      MalformedCase{"TruncatedConnectedPing", "00 00 00 01", decodeAs<ConnectedPing>},
-                      MalformedCase{"TruncatedConnectionRequest", "09 00 00 00 00 00 00 00 07 00 00", decodeAs<ConnectionRequest>},
-                      MalformedCase{"NewIncomingConnectionWithoutTimestamps", "13 04 80 FF FF FE 4A BC 00 00",
-                                    decodeAs<NewIncomingConnection>}),
-    [](const auto& info) { return info.param.name; });
 
 using EncapsulatedPacketDeathTest = ::testing::Test;
 
