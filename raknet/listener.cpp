@@ -247,6 +247,11 @@ void Listener::channelRead(ChannelHandlerContext& context, AddressedEnvelope env
         return;
     }
     const uint8_t packetId = *data.getInteger<uint8_t>(data.readerIndex());
+    const bool opening = packetId == OpenConnectionRequest1().id || packetId == OpenConnectionRequest2().id;
+    if (opening && !requestBudget_.allow(envelope.remoteAddress, foundation::Clock::currentTimeMillis())) {
+        refuse();
+        return;
+    }
     std::shared_ptr<Connection> connection;
     if (auto found = connections_.find(envelope.remoteAddress); found != connections_.end()) {
         connection = found->second;
@@ -281,6 +286,23 @@ void Listener::channelRead(ChannelHandlerContext& context, AddressedEnvelope env
             --halfOpen_;
         }
     }
+}
+
+void Listener::refuse() {
+    if (excessReportDue_ || !channel) {
+        return;
+    }
+    excessReportDue_ = true;
+    channel->eventLoop()->scheduleTask(foundation::TimeAmount::milliseconds(1000), [weak = weak_from_this()] {
+        auto self = weak.lock();
+        if (!self || self->shutdown) {
+            return;
+        }
+        self->excessReportDue_ = false;
+        const auto excess = self->requestBudget_.takeExcess();
+        self->printer->print("Ignored connection requests over their limit: " + std::to_string(excess.requests) +
+                             " from " + std::to_string(excess.sources) + " addresses");
+    });
 }
 
 const ByteBuffer& Listener::pongTemplate() {

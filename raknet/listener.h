@@ -15,6 +15,7 @@
 #include "foundation/socket_address.h"
 #include "raknet/connection_listener.h"
 #include "raknet/printer.h"
+#include "raknet/request_budget.h"
 #include "raknet/server_info.h"
 #include "raknet/split_assembler.h"
 
@@ -40,9 +41,9 @@ inline constexpr int32_t INCOMPATIBLE_REPLY_VERSION = 11;
 // MAX_HALF_OPEN that have sent nothing but offline requests. When a new peer
 // would pass the second, the oldest half-open one is dropped; a console
 // needs only a round trip or two to get past that state, far less than the
-// time a flood takes to push it out. There is no limit per source address:
-// forged requests come from any address, and a classroom behind one address
-// must not be turned away.
+// time a flood takes to push it out. Each source address has a budget of
+// those requests (RequestBudget); what passes it is answered in full, what
+// doesn't is counted in one line a second.
 //
 // Threads: the constructor, bind() and close() run on the owner's thread;
 // everything else runs on the event loop's one thread.
@@ -129,6 +130,9 @@ private:
     // Every way out of the table passes here.
     void forget(Table::iterator entry);
     void releaseConnections();
+    // Counts a request over its source's budget; the count is printed a
+    // second after the first one, in one line for them all.
+    void refuse();
     // The pong for the advert as it stands now, with clientTime 0: made
     // again only when the advert changed.
     const foundation::ByteBuffer& pongTemplate();
@@ -140,6 +144,8 @@ private:
     std::deque<std::weak_ptr<Connection>> halfOpenOrder_;
     std::shared_ptr<foundation::RepeatedTask> updateTask_;
     std::shared_ptr<FragmentMemory> fragmentMemory_ = std::make_shared<FragmentMemory>();
+    RequestBudget requestBudget_;
+    bool excessReportDue_ = false;
     std::optional<ServerInfo> pongAdvert_;
     foundation::ByteBuffer pongTemplate_;
 };

@@ -215,6 +215,36 @@ TEST(ListenerVersionTest, IncompatiblePeerIsToldElevenAndStillTabledUntilItTimes
     EXPECT_EQ(server.printer->count("Removed: " + peer.localAddress().description()), 1u);
 }
 
+// --- A budget per source ---------------------------------------------------------------
+
+// Past its burst, a source's requests of either kind get no reply and no line
+// while another source still connects; one interval later it has one more.
+// What was refused is counted in one line a second after the first refusal.
+TEST(ListenerBudgetTest, SourceOverItsBudgetIsIgnoredWhileAnotherConnects) {
+    LoopbackServer server;
+    RakNetPeer flooder(*server.address);
+    // Request 1 or 2 by turns; whether it was answered within `wait`.
+    auto answered = [&flooder](int64_t turn, std::chrono::milliseconds wait = std::chrono::seconds(5)) {
+        const bool second = turn % 2 == 1;
+        second ? flooder.sendOpenConnectionRequest2(1400) : flooder.sendOpenConnectionRequest1(11, 1000);
+        return flooder.nextOffline(second ? 0x08 : 0x06, wait).has_value();
+    };
+    const auto briefly = std::chrono::milliseconds(50);
+    for (int64_t turn = 0; turn < RequestBudget::BURST; ++turn) {
+        ASSERT_TRUE(answered(turn)) << turn;
+    }
+    EXPECT_FALSE(answered(0, briefly));
+    EXPECT_FALSE(answered(1, briefly));
+    RakNetPeer console(*server.address);
+    EXPECT_TRUE(console.connect());
+    EXPECT_EQ(server.printer->count("RakNet protocol: 11"), RequestBudget::BURST / 2 + 1);
+
+    foundation::Clock::advance(RequestBudget::INTERVAL_MILLIS);
+    EXPECT_TRUE(answered(0));
+    EXPECT_FALSE(answered(1, briefly));
+    EXPECT_TRUE(server.printer->waitFor("Ignored connection requests over their limit: 3 from 1 addresses"));
+}
+
 // --- Binding -------------------------------------------------------------------------------
 
 TEST(ListenerBindTest, PortInUsePrintsTheErrorAndGivesNothing) {

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "foundation/socket_address.h"
+
+namespace ferrylink::raknet {
+
+// How many of the requests that open a connection (OpenConnectionRequest1
+// and 2) one source address may send: a burst, then one every half second.
+// The buckets live in a table of fixed size, so a request over the limit
+// costs a hash and a compare, allocates nothing and gets neither a reply nor
+// a line.
+//
+// A limit rather than a cookie: a cookie would need a field in
+// OpenConnectionReply1 that the clients of this system neither know nor send
+// back, while a limit leaves every byte of a join as it is. A console needs
+// one request of each kind, a few more when its MTU probes or resends go
+// unanswered, and those come half a second apart. The key is the whole
+// address, port included, so the consoles behind one shared address each have
+// their own bucket. A flood from a few addresses is cut to the rate; one that
+// forges a new address for every datagram lands on a fresh bucket each time,
+// and the Listener's caps on half-open connections bound what that costs.
+//
+// An address has a set of eight slots, picked by its hash and a seed of this
+// table, so that nobody can aim many addresses at one set. A new source takes
+// the slot of its set whose bucket is nearest to full; so a source that lost
+// its slot only ever comes back to a full bucket, and a console is never
+// turned away for an address it shares a set with. Loop thread only.
+class RequestBudget {
+public:
+    static constexpr int64_t BURST = 8;
+    static constexpr int64_t INTERVAL_MILLIS = 500;
+    static constexpr size_t WAYS = 8;
+    static constexpr int SET_BITS = 9;
+
+    RequestBudget();
+
+    // Whether `source` may send one more request at `now` (milliseconds);
+    // a refusal is counted for takeExcess().
+    bool allow(const foundation::SocketAddress& source, int64_t now);
+
+    struct Excess {
+        uint64_t requests = 0;
+        uint64_t sources = 0;
+    };
+    // The refusals since the last call, and from how many addresses.
+    Excess takeExcess();
+
+private:
+    struct Slot {
+        size_t source = 0;  // the address's hash
+        // When the bucket is full again (a token bucket kept as one time).
+        int64_t fullAt = 0;
+        // The count that last had a refusal of this source in it.
+        uint64_t refusedIn = 0;
+    };
+
+    Slot& slotOf(size_t source, int64_t now);
+
+    const uint64_t seed_;
+    std::array<Slot, WAYS << SET_BITS> slots_{};
+    uint64_t count_ = 1;
+    Excess excess_;
+};
+
+}  // namespace ferrylink::raknet
