@@ -318,14 +318,37 @@ bool ConsoleLink::pump(std::chrono::milliseconds timeout) {
             return false;
         }
     }
-    std::vector<uint8_t> bytes(65536);
-    ssize_t received = ::recv(fd_, bytes.data(), bytes.size(), 0);
-    if (received < 0) {
-        return false;
+    // Everything that has come is read in one go and its data datagrams are
+    // acknowledged together, in one ACK of ranges, as a console's RakNet does
+    // on its update rather than once per datagram.
+    size_t read = 0;
+    for (int flags = 0; read < MAX_READ_AT_ONCE; flags = MSG_DONTWAIT) {
+        ssize_t received = ::recv(fd_, receiveBuffer_.get(), RECEIVE_BUFFER_SIZE, flags);
+        if (received < 0) {
+            break;
+        }
+        ++read;
+        file(std::vector<uint8_t>(receiveBuffer_.get(), receiveBuffer_.get() + received));
     }
-    bytes.resize(static_cast<size_t>(received));
-    file(std::move(bytes));
-    return true;
+    sendPendingAcks();
+    return read > 0;
+}
+
+void ConsoleLink::sendPendingAcks() {
+    if (pendingAcks_.empty()) {
+        return;
+    }
+    std::sort(pendingAcks_.begin(), pendingAcks_.end());
+    LinkAcknowledgement ack;
+    for (uint32_t number : pendingAcks_) {
+        if (!ack.ranges.empty() && number <= ack.ranges.back().second + 1) {
+            ack.ranges.back().second = std::max(ack.ranges.back().second, number);
+        } else {
+            ack.ranges.emplace_back(number, number);
+        }
+    }
+    pendingAcks_.clear();
+    sendRaw(encodeAcknowledgement(ack));
 }
 
 void ConsoleLink::file(std::vector<uint8_t> bytes) {
@@ -356,7 +379,7 @@ void ConsoleLink::file(std::vector<uint8_t> bytes) {
         return;
     }
     if (autoAck) {
-        sendRaw(encodeAcknowledgement({false, {{datagram->sequenceNumber, datagram->sequenceNumber}}}));
+        pendingAcks_.push_back(datagram->sequenceNumber);
     }
     onDatagram(*datagram);
     datagrams_.push_back(std::move(*datagram));

@@ -5,6 +5,7 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <span>
@@ -73,8 +74,8 @@ private:
 // The console's end of RakNet: a plain UDP socket on loopback and the frames,
 // datagrams and handshake a console sends, numbered from its own counters.
 //
-// While reading it ACKs every data datagram at once, one record per datagram,
-// and files offline replies and data datagrams in backlogs of their own, from
+// While reading it takes every datagram that has come, ACKs their data
+// datagrams together in one ACK of ranges, and files offline replies and data datagrams in backlogs of their own, from
 // which nextOffline() and nextDatagram() take them in arrival order.
 //
 // All waits are bounded by a timeout and give nothing when it runs out. Not
@@ -163,11 +164,16 @@ protected:
     template <typename T>
     std::optional<T> take(std::deque<T>& backlog, std::chrono::milliseconds timeout);
 
-    // Acknowledge every data datagram as it is read.
+    // Acknowledge every data datagram read.
     bool autoAck = true;
 
 private:
+    static constexpr size_t RECEIVE_BUFFER_SIZE = 65536;
+    static constexpr size_t MAX_READ_AT_ONCE = 64;
+
     void file(std::vector<uint8_t> bytes);
+    // One ACK for the data datagrams read since the last, when there were any.
+    void sendPendingAcks();
     // Sends, then waits for the offline reply `id`, repeating the send after
     // `resendAfter` when that is set.
     std::optional<std::vector<uint8_t>> askOffline(uint8_t id, const std::function<void()>& send);
@@ -183,6 +189,8 @@ private:
     uint32_t nextOrderIndex_ = 0;
     uint16_t nextSplitId_ = 0;
 
+    std::unique_ptr<uint8_t[]> receiveBuffer_ = std::make_unique_for_overwrite<uint8_t[]>(RECEIVE_BUFFER_SIZE);
+    std::vector<uint32_t> pendingAcks_;
     std::deque<std::vector<uint8_t>> offline_;
     std::deque<LinkDatagram> datagrams_;
     // Sent data datagrams waiting for their ACK, by sequence number (only
