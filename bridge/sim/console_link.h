@@ -91,7 +91,6 @@ public:
     ConsoleLink(const ConsoleLink&) = delete;
     ConsoleLink& operator=(const ConsoleLink&) = delete;
 
-    const foundation::SocketAddress& server() const { return server_; }
     foundation::SocketAddress localAddress() const;
     uint16_t localPort() const;
 
