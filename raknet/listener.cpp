@@ -247,8 +247,9 @@ void Listener::channelRead(ChannelHandlerContext& context, AddressedEnvelope env
         return;
     }
     const uint8_t packetId = *data.getInteger<uint8_t>(data.readerIndex());
+    const int64_t now = foundation::Clock::currentTimeMillis();
     const bool opening = packetId == OpenConnectionRequest1().id || packetId == OpenConnectionRequest2().id;
-    if (opening && !requestBudget_.allow(envelope.remoteAddress, foundation::Clock::currentTimeMillis())) {
+    if (opening && !requestBudget_.allow(envelope.remoteAddress, now)) {
         refuse();
         return;
     }
@@ -256,7 +257,8 @@ void Listener::channelRead(ChannelHandlerContext& context, AddressedEnvelope env
     if (auto found = connections_.find(envelope.remoteAddress); found != connections_.end()) {
         connection = found->second;
     }
-    if (!connection) {
+    // A peer whose request 1 waits for its request 2 is no stranger either.
+    if (!connection && !requestBudget_.requestOneProtocol(envelope.remoteAddress, now)) {
         // Made once: every ping a console sends is one of these lines.
         static const auto lines = [] {
             std::array<std::string, 256> made;
@@ -340,10 +342,6 @@ void Listener::handleOpenConnectionRequest1(ChannelHandlerContext& context, Addr
     if (!request.decode(envelope.data) || !request.hasValidMagic()) {
         return;
     }
-    // A peer that can't be tabled gets no answer at all.
-    if (!connection && !makeRoom()) {
-        return;
-    }
     printer->print("RakNet protocol: " + std::to_string(request.protocolVersion));
     ByteBuffer buffer;
     if (std::ranges::find(RAKNET_PROTOCOL_VERSIONS, request.protocolVersion) == RAKNET_PROTOCOL_VERSIONS.end()) {
@@ -362,12 +360,12 @@ void Listener::handleOpenConnectionRequest1(ChannelHandlerContext& context, Addr
         reply.encode(buffer);
     }
     context.channel().send(AddressedEnvelope{envelope.remoteAddress, std::move(buffer), std::nullopt});
-
-    // Also for an incompatible peer: its entry lives until the silence timeout.
+    // No connection yet: anyone can send a request 1 from a forged address,
+    // and what it costs ends with the reply. The connection comes with the
+    // request 2 of the same address.
     if (!connection) {
-        const SocketAddress& peer = envelope.remoteAddress;
-        table(std::make_shared<Connection>(shared_from_this(), connectionMtu(request.mtu, peer), peer,
-                                           request.protocolVersion));
+        requestBudget_.rememberRequestOne(envelope.remoteAddress, request.protocolVersion,
+                                          foundation::Clock::currentTimeMillis());
     }
 }
 
@@ -375,6 +373,13 @@ void Listener::handleOpenConnectionRequest2(ChannelHandlerContext& context, Addr
                                             const std::shared_ptr<Connection>& connection) {
     OpenConnectionRequest2 request;
     if (!request.decode(envelope.data) || !request.hasValidMagic()) {
+        return;
+    }
+    const SocketAddress& peer = envelope.remoteAddress;
+    const auto protocolVersion =
+        connection ? std::nullopt : requestBudget_.requestOneProtocol(peer, foundation::Clock::currentTimeMillis());
+    // A peer that can't be tabled gets no answer at all.
+    if (protocolVersion && !makeRoom()) {
         return;
     }
     printer->print("OpenConnectionReply2");
@@ -389,6 +394,9 @@ void Listener::handleOpenConnectionRequest2(ChannelHandlerContext& context, Addr
     // A peer that skipped request 1 gets its reply and nothing else.
     if (connection) {
         connection->setMtu(mtu);
+    } else if (protocolVersion) {
+        requestBudget_.forgetRequestOne(peer);
+        table(std::make_shared<Connection>(shared_from_this(), mtu, peer, *protocolVersion));
     }
 }
 

@@ -36,14 +36,16 @@ inline constexpr int32_t INCOMPATIBLE_REPLY_VERSION = 11;
 // The tick runs only while the table holds a connection; with none, the
 // Listener wakes for datagrams alone.
 //
-// Limits on the table keep a flood of forged requests from costing more than
-// a little work each: MAX_CONNECTIONS in all, and of them at most
-// MAX_HALF_OPEN that have sent nothing but offline requests. When a new peer
-// would pass the second, the oldest half-open one is dropped; a console
-// needs only a round trip or two to get past that state, far less than the
-// time a flood takes to push it out. Each source address has a budget of
-// those requests (RequestBudget); what passes it is answered in full, what
-// doesn't is counted in one line a second.
+// A flood of forged requests costs little work each. Each source address has
+// a budget of the requests that open a connection (RequestBudget): what
+// passes it is answered in full, what doesn't is counted in one line a
+// second. A request 1 is only answered and remembered in that budget's
+// table; the connection comes with the request 2 of the same address. Limits
+// on the table: MAX_CONNECTIONS in all, and of them at most MAX_HALF_OPEN
+// that have sent nothing but offline requests. When a new peer would pass
+// the second, the oldest half-open one is dropped; a console needs only a
+// round trip to get past that state, far less than the time a flood takes to
+// push it out.
 //
 // Threads: the constructor, bind() and close() run on the owner's thread;
 // everything else runs on the event loop's one thread.

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 #include "foundation/socket_address.h"
 
@@ -22,7 +23,9 @@ namespace ferrylink::raknet {
 // address, port included, so the consoles behind one shared address each have
 // their own bucket. A flood from a few addresses is cut to the rate; one that
 // forges a new address for every datagram lands on a fresh bucket each time,
-// and the Listener's caps on half-open connections bound what that costs.
+// and costs what the reply costs: the same slot keeps what the source's
+// request 1 asked for, so that the Listener makes no connection until the
+// request 2 of the same address comes.
 //
 // An address has a set of eight slots, picked by its hash and a seed of this
 // table, so that nobody can aim many addresses at one set. A new source takes
@@ -38,9 +41,20 @@ public:
 
     RequestBudget();
 
+    // How long a request 1 waits for its request 2: as long as a connection
+    // that hears nothing lasts.
+    static constexpr int64_t REQUEST_ONE_MILLIS = 4000;
+
     // Whether `source` may send one more request at `now` (milliseconds);
     // a refusal is counted for takeExcess().
     bool allow(const foundation::SocketAddress& source, int64_t now);
+
+    // The RakNet protocol of the request 1 that `source` sent at `now`.
+    void rememberRequestOne(const foundation::SocketAddress& source, int32_t protocolVersion, int64_t now);
+    // The protocol of `source`'s latest request 1, unless it is older than
+    // REQUEST_ONE_MILLIS, was forgotten, or its slot went to another source.
+    std::optional<int32_t> requestOneProtocol(const foundation::SocketAddress& source, int64_t now) const;
+    void forgetRequestOne(const foundation::SocketAddress& source);
 
     struct Excess {
         uint64_t requests = 0;
@@ -56,9 +70,16 @@ private:
         int64_t fullAt = 0;
         // The count that last had a refusal of this source in it.
         uint64_t refusedIn = 0;
+        std::optional<int32_t> requestOneProtocol;
+        int64_t requestOneAt = 0;
     };
 
-    Slot& slotOf(size_t source, int64_t now);
+    // The first of the WAYS slots where `source` may be.
+    size_t setOf(size_t source) const;
+    // Where the slot of `source` is, when it has one.
+    std::optional<size_t> find(const foundation::SocketAddress& source) const;
+    // The slot of `source`, taken for it when it has none.
+    Slot& slotOf(const foundation::SocketAddress& source, int64_t now);
 
     const uint64_t seed_;
     std::array<Slot, WAYS << SET_BITS> slots_{};

@@ -87,6 +87,8 @@ TEST_F(ConnectionExchangeTest, EachConnectionRequestIsAcceptedNamingThePeerAndTh
 TEST_F(ConnectionExchangeTest, BareHandshakePacketsAreAnsweredWithoutAFrameAroundThem) {
     peer.sendOpenConnectionRequest1(11, 1400);
     ASSERT_TRUE(peer.nextOffline(0x06));
+    peer.sendOpenConnectionRequest2(1400);
+    ASSERT_TRUE(peer.nextOffline(0x08));
     peer.sendRaw(ferrylink::testing::bytesFromHex("09 00 00 00 00 00 00 00 01 00 00 00 00 00 00 30 39 00"));
     // The first thing sent: a datagram of its own numbered 0, one RELIABLE frame.
     auto reply = peer.nextDatagram();

@@ -7,7 +7,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cstdio>
 
 #include "foundation/clock.h"
 #include "harness.h"
@@ -20,7 +19,6 @@ namespace {
 using foundation::SocketAddress;
 using ferrylink::testing::hexOf;
 using ferrylink::testing::RakNetPeer;
-using testing::EventKind;
 using testing::LoopbackServer;
 
 constexpr const char* MAGIC_HEX = "00 FF FF 00 FE FE FE FE FD FD FD FD 12 34 56 78";
@@ -32,6 +30,8 @@ std::string hex64(int64_t value) {
     }
     return hexOf(bytes);
 }
+
+std::string hex16(size_t value) { return hexOf(std::vector<uint8_t>{uint8_t(value >> 8), uint8_t(value & 0xFF)}); }
 
 std::string hexText(const std::string& text) {
     return hexOf(std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(text.data()), text.size()));
@@ -67,11 +67,8 @@ TEST(ListenerPingTest, PingIsAnsweredWithTheAdvert) {
     auto pong = peer.nextOffline(0x1C);
     const int64_t id = server.listener->id;
     const std::string advert = "MCPE;Ferrylink;560;1.19.50;0;99;" + std::to_string(id) + ";Join me!;Creative";
-    char length[8];
-    std::snprintf(length, sizeof(length), "%02X %02X", static_cast<unsigned>(advert.size() >> 8),
-                  static_cast<unsigned>(advert.size() & 0xFF));
     EXPECT_EQ(hexOfBytes(pong), normalized("1C 00 00 00 00 00 00 03 E8 " + hex64(id) + " " + MAGIC_HEX + " " +
-                                           length + " " + hexText(advert)));
+                                           hex16(advert.size()) + " " + hexText(advert)));
     EXPECT_EQ(server.info->serverId, id);
     EXPECT_EQ(server.printer->lines(), (std::vector<std::string>{"Unconnected: 1"}));
     EXPECT_EQ(server.connectionCount(), 0u);
@@ -113,52 +110,45 @@ TEST(ListenerPingTest, WhatCantBeAnsweredGetsOnlyItsLine) {
 // --- MTU negotiation -------------------------------------------------------------------
 
 struct MtuCase {
-    size_t requestOneLength;
+    size_t requestLength;  // of request 1, and the MTU request 2 asks for
     int32_t connectionMtu;
 };
 
-class ListenerRequestOneTest : public ::testing::TestWithParam<MtuCase> {};
+class ListenerNegotiationTest : public ::testing::TestWithParam<MtuCase> {};
 
-TEST_P(ListenerRequestOneTest, ReplyEchoesTheLengthAndTheConnectionGetsTheClamp) {
+// Request 1 is answered with its own length and makes nothing yet; request 2
+// is answered with the clamp after the header allowance, and the connection
+// it makes gets the same.
+TEST_P(ListenerNegotiationTest, ReplyOneEchoesTheLengthAndReplyTwoAndTheConnectionGetTheClamp) {
     LoopbackServer server;
     RakNetPeer peer(*server.address);
-    peer.sendOpenConnectionRequest1(11, GetParam().requestOneLength);
-    auto reply = peer.nextOffline(0x06);
-    char mtu[8];
-    std::snprintf(mtu, sizeof(mtu), "%02X %02X", static_cast<unsigned>(GetParam().requestOneLength >> 8),
-                  static_cast<unsigned>(GetParam().requestOneLength & 0xFF));
-    EXPECT_EQ(hexOfBytes(reply),
-              normalized(std::string("06 ") + MAGIC_HEX + " " + hex64(server.listener->id) + " 00 " + mtu));
+    const size_t length = GetParam().requestLength;
+    const std::string header = std::string(MAGIC_HEX) + " " + hex64(server.listener->id) + " ";
+    peer.sendOpenConnectionRequest1(11, length);
+    EXPECT_EQ(hexOfBytes(peer.nextOffline(0x06)), normalized("06 " + header + "00 " + hex16(length)));
+    EXPECT_EQ(server.connectionCount(), 0u);
+
+    peer.sendOpenConnectionRequest2(static_cast<uint16_t>(length));
+    EXPECT_EQ(hexOfBytes(peer.nextOffline(0x08)),
+              normalized("08 " + header + hexAddress(peer.localAddress()) + " " +
+                         hex16(static_cast<size_t>(GetParam().connectionMtu)) + " 00"));
     auto connection = server.connectionOf(peer.localAddress());
     ASSERT_TRUE(connection);
     EXPECT_EQ(server.onLoop([&] { return connection->mtu(); }), GetParam().connectionMtu);
     EXPECT_EQ(connection->protocolVersion, 11);
-    EXPECT_EQ(server.printer->lines(),
-              (std::vector<std::string>{"Unconnected: 5", "RakNet protocol: 11", "OpenConnectionReply1"}));
-}
-
-INSTANTIATE_TEST_SUITE_P(Lengths, ListenerRequestOneTest,
-                         ::testing::Values(MtuCase{1000, 972}, MtuCase{200, 548}, MtuCase{1492, 1372}),
-                         [](const auto& info) { return "Of" + std::to_string(info.param.requestOneLength) + "Bytes"; });
-
-TEST(ListenerRequestTwoTest, ReplyCarriesTheMtuAfterTheHeaderAllowance) {
-    LoopbackServer server;
-    RakNetPeer peer(*server.address);
-    peer.sendOpenConnectionRequest1(10, 1000);
-    ASSERT_TRUE(peer.nextOffline(0x06));
-    peer.sendOpenConnectionRequest2(1500);
-    auto reply = peer.nextOffline(0x08);
-    EXPECT_EQ(hexOfBytes(reply), normalized(std::string("08 ") + MAGIC_HEX + " " + hex64(server.listener->id) + " " +
-                                            hexAddress(peer.localAddress()) + " 05 5C 00"));
-    auto connection = server.connectionOf(peer.localAddress());
-    EXPECT_EQ(server.onLoop([&] { return connection->mtu(); }), 1372);
+    EXPECT_EQ(server.printer->lines(), (std::vector<std::string>{"Unconnected: 5", "RakNet protocol: 11",
+                                                                 "OpenConnectionReply1", "OpenConnectionReply2"}));
 
     // A second request 1 is answered but changes nothing.
-    peer.sendOpenConnectionRequest1(10, 600);
+    peer.sendOpenConnectionRequest1(11, 600);
     ASSERT_TRUE(peer.nextOffline(0x06));
-    EXPECT_EQ(server.onLoop([&] { return connection->mtu(); }), 1372);
+    EXPECT_EQ(server.onLoop([&] { return connection->mtu(); }), GetParam().connectionMtu);
     EXPECT_EQ(server.connectionOf(peer.localAddress()), connection);
 }
+
+INSTANTIATE_TEST_SUITE_P(Lengths, ListenerNegotiationTest,
+                         ::testing::Values(MtuCase{1000, 972}, MtuCase{200, 548}, MtuCase{1500, 1372}),
+                         [](const auto& info) { return "Of" + std::to_string(info.param.requestLength) + "Bytes"; });
 
 TEST(ListenerRequestTwoTest, WithoutRequestOneItIsAnsweredAndNothingIsTabled) {
     LoopbackServer server;
@@ -178,22 +168,20 @@ TEST(ListenerRequestTwoTest, IPv6PeerGetsFortyBytesLessAndTheLongAddressForm) {
     RakNetPeer peer(*server.address);
     peer.sendOpenConnectionRequest1(11, 1000);
     ASSERT_TRUE(peer.nextOffline(0x06));
-    auto connection = server.connectionOf(peer.localAddress());
-    ASSERT_TRUE(connection);
-    EXPECT_EQ(server.onLoop([&] { return connection->mtu(); }), 952);
-
     peer.sendOpenConnectionRequest2(1500);
     auto reply = peer.nextOffline(0x08);
     ASSERT_TRUE(reply);
     EXPECT_EQ(reply->size(), 1u + 16 + 8 + 29 + 2 + 1);
     EXPECT_EQ(hexOfBytes(reply), normalized(std::string("08 ") + MAGIC_HEX + " " + hex64(server.listener->id) + " " +
                                             hexAddress(peer.localAddress()) + " 05 48 00"));
+    auto connection = server.connectionOf(peer.localAddress());
+    ASSERT_TRUE(connection);
     EXPECT_EQ(server.onLoop([&] { return connection->mtu(); }), 1352);
 }
 
 // --- Protocol versions -------------------------------------------------------------------
 
-TEST(ListenerVersionTest, IncompatiblePeerIsToldElevenAndStillTabledUntilItTimesOut) {
+TEST(ListenerVersionTest, IncompatiblePeerIsToldElevenAndNothingIsTabled) {
     LoopbackServer server;
     RakNetPeer peer(*server.address);
     peer.sendOpenConnectionRequest1(9, 1000);
@@ -201,18 +189,7 @@ TEST(ListenerVersionTest, IncompatiblePeerIsToldElevenAndStillTabledUntilItTimes
     EXPECT_EQ(hexOfBytes(reply), normalized(std::string("19 0B ") + MAGIC_HEX + " " + hex64(server.listener->id)));
     EXPECT_EQ(server.printer->lines(), (std::vector<std::string>{"Unconnected: 5", "RakNet protocol: 9",
                                                                  "IncompatibleProtocolVersion"}));
-    auto connection = server.connectionOf(peer.localAddress());
-    ASSERT_TRUE(connection);
-    EXPECT_EQ(connection->protocolVersion, 9);
-
-    foundation::Clock::advance(Connection::SILENCE_TIMEOUT);
-    ASSERT_TRUE(server.events->waitFor(EventKind::close));
-    ASSERT_TRUE(server.waitForConnections(0));
-    auto closes = server.events->of(EventKind::close);
-    EXPECT_EQ(closes[0].reason, "timeout");
-    EXPECT_EQ(closes[0].address, peer.localAddress());
-    EXPECT_TRUE(server.events->of(EventKind::open).empty());
-    EXPECT_EQ(server.printer->count("Removed: " + peer.localAddress().description()), 1u);
+    EXPECT_EQ(server.connectionCount(), 0u);
 }
 
 // --- A budget per source ---------------------------------------------------------------
