@@ -383,10 +383,10 @@ void Listener::handleOpenConnectionRequest2(ChannelHandlerContext& context, Addr
         return;
     }
     printer->print("OpenConnectionReply2");
-    const int32_t mtu = connectionMtu(request.mtu, envelope.remoteAddress);
+    const int32_t mtu = connectionMtu(request.mtu, peer);
     OpenConnectionReply2 reply;
     reply.serverId = id;
-    reply.socketAddress = envelope.remoteAddress;
+    reply.socketAddress = peer;
     reply.mtu = mtu;
     auto buffer = ByteBuffer::withCapacity(31);
     reply.encode(buffer);

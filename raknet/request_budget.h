@@ -12,8 +12,8 @@ namespace ferrylink::raknet {
 // How many of the requests that open a connection (OpenConnectionRequest1
 // and 2) one source address may send: a burst, then one every half second.
 // The buckets live in a table of fixed size, so a request over the limit
-// costs a hash and a compare, allocates nothing and gets neither a reply nor
-// a line.
+// costs a hash and a look at eight slots, allocates nothing and gets neither
+// a reply nor a line.
 //
 // A limit rather than a cookie: a cookie would need a field in
 // OpenConnectionReply1 that the clients of this system neither know nor send
@@ -38,12 +38,11 @@ public:
     static constexpr int64_t INTERVAL_MILLIS = 500;
     static constexpr size_t WAYS = 8;
     static constexpr int SET_BITS = 9;
-
-    RequestBudget();
-
     // How long a request 1 waits for its request 2: as long as a connection
     // that hears nothing lasts.
     static constexpr int64_t REQUEST_ONE_MILLIS = 4000;
+
+    RequestBudget();
 
     // Whether `source` may send one more request at `now` (milliseconds);
     // a refusal is counted for takeExcess().
