@@ -1,9 +1,10 @@
 // load_generator: drives a running bridge over loopback and prints what it
 // measured as `key=value` lines, which bench/run.sh gathers into its table.
 //
-//   load_generator joins --port P --consoles N [--rounds R] [--watch-pid PID]
+//   load_generator joins --port P --consoles N [--rounds R] [--warmup-rounds W] [--watch-pid PID]
 //       N simulated consoles join at once, R times over; latency of each join
-//       from its first OpenConnectionRequest1 to its TransferPacket.
+//       from its first OpenConnectionRequest1 to its TransferPacket. W rounds
+//       before them are printed but not counted.
 //   load_generator pings --target NAME=PORT... [--seconds S] [--rounds R]
 //       UnconnectedPing floods from 4 sockets with 32 in flight each, replies
 //       per second; the rounds of the targets interleave.
@@ -295,6 +296,10 @@ struct JoinSettings {
     int timeoutMs = 60000;
     int resendMs = 500;
     int pauseMs = 200;
+    // Rounds run first and left out of the figures: a fresh generator's first
+    // crowd pays for its own start (the memory arenas of its threads, first
+    // touches of their pages) on the cores the bridge runs on.
+    int warmupRounds = 0;
     pid_t watchPid = 0;
 };
 
@@ -414,6 +419,12 @@ void printTally(const std::string& label, const JoinTally& tally) {
 }
 
 int runJoins(const JoinSettings& settings) {
+    for (int index = 0; index < settings.warmupRounds; ++index) {
+        Round round = joinAtOnce(settings);
+        printTally("warmup=" + std::to_string(index), round.tally);
+        std::cout << " makespan_ms=" << fixed(round.makespanMs, 1) << std::endl;
+        std::this_thread::sleep_for(std::chrono::milliseconds(settings.pauseMs));
+    }
     // Rounds are bounded by their consoles' timeouts; the watch by all of them.
     ProcessWatch watch(settings.watchPid, settings.port, std::chrono::milliseconds(250),
                        std::chrono::milliseconds(settings.timeoutMs) * settings.rounds * 2);
@@ -629,6 +640,9 @@ int main(int argc, char** argv) {
         ->capture_default_str()
         ->check(CLI::Range(0, 10000));
     joinCommand->add_option("--pause-ms", joins.pauseMs, "Pause between rounds")->capture_default_str()->check(CLI::Range(0, 10000));
+    joinCommand->add_option("--warmup-rounds", joins.warmupRounds, "Rounds run first and not counted")
+        ->capture_default_str()
+        ->check(CLI::Range(0, 10));
     joinCommand->add_option("--watch-pid", joins.watchPid, "Sample CPU, memory and socket drops of this process");
 
     PingSettings pings;
