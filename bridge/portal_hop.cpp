@@ -170,9 +170,12 @@ StartOutcome PortalHop::start(std::shared_ptr<foundation::EventLoopGroup> group,
     print("Server will transfer to " + transferHost + ":" + std::to_string(transferPort));
     auto bound = localAddress();
     if (!closeFuture || !bound) {
-        // Nothing to close and nobody to tell: the run ends here.
+        // Nothing to close and nobody to tell: the run ends here, and lets
+        // go of the transport's listener as a close step would, which holds
+        // this server.
         shutdown = true;
         closeAsked_ = true;
+        connectionListener_.reset();
         std::lock_guard lock(mutex_);
         listener_.reset();
         failure_ = failure;
