@@ -12,7 +12,6 @@ namespace ferrylink::bridge {
 
 using foundation::ByteBuffer;
 using foundation::Expected;
-using foundation::forced;
 using foundation::unexpected;
 
 namespace {
@@ -102,7 +101,11 @@ void BatchPacket::encode(PacketWriter& out) const {
     if (framing_.algorithmByte) {
         out.u8(rawDeflateAlgorithm);
     }
-    out.bytes(forced(DeflateCache::forThisThread().deflate(content)));
+    auto deflated = DeflateCache::forThisThread().deflate(content);
+    if (!deflated) {
+        foundation::fatalFault();
+    }
+    out.bytes(*deflated);
 }
 
 }  // namespace ferrylink::bridge

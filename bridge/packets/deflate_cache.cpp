@@ -11,20 +11,24 @@ DeflateCache& DeflateCache::forThisThread() {
     return cache;
 }
 
-std::optional<std::vector<uint8_t>> DeflateCache::deflate(std::span<const uint8_t> input) {
+std::shared_ptr<const std::vector<uint8_t>> DeflateCache::deflate(std::span<const uint8_t> input) {
     const std::string_view bytes(reinterpret_cast<const char*>(input.data()), input.size());
     if (auto found = entries_.find(bytes); found != entries_.end()) {
         found->second.lastUse = ++uses_;
         return found->second.deflated;
     }
-    auto deflated = deflateRaw(input);
-    const size_t cost = deflated ? bytes.size() + deflated->size() : 0;
-    if (!deflated || cost > budget_ / 4) {
+    auto made = deflateRaw(input);
+    if (!made) {
+        return nullptr;
+    }
+    auto deflated = std::make_shared<const std::vector<uint8_t>>(std::move(*made));
+    const size_t cost = bytes.size() + deflated->size();
+    if (cost > budget_ / 4) {
         return deflated;
     }
     makeRoom(cost);
     held_ += cost;
-    entries_.emplace(std::string(bytes), Entry{*deflated, ++uses_});
+    entries_.emplace(std::string(bytes), Entry{deflated, ++uses_});
     return deflated;
 }
 
@@ -38,7 +42,7 @@ void DeflateCache::makeRoom(size_t needed) {
         auto oldest = std::min_element(entries_.begin(), entries_.end(), [](const auto& lhs, const auto& rhs) {
             return lhs.second.lastUse < rhs.second.lastUse;
         });
-        held_ -= oldest->first.size() + oldest->second.deflated.size();
+        held_ -= oldest->first.size() + oldest->second.deflated->size();
         entries_.erase(oldest);
     }
 }

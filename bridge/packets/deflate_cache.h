@@ -2,7 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -28,8 +28,9 @@ public:
 
     static DeflateCache& forThisThread();
 
-    // deflateRaw(input), from the cache when it holds it.
-    std::optional<std::vector<uint8_t>> deflate(std::span<const uint8_t> input);
+    // deflateRaw(input), from the cache when it holds it: a hit hands out
+    // the batch it holds, not a copy. Empty when deflating failed.
+    std::shared_ptr<const std::vector<uint8_t>> deflate(std::span<const uint8_t> input);
 
     // Lets go of every batch, for when no console is left to send them to.
     void clear();
@@ -40,7 +41,7 @@ public:
 
 private:
     struct Entry {
-        std::vector<uint8_t> deflated;
+        std::shared_ptr<const std::vector<uint8_t>> deflated;
         uint64_t lastUse = 0;
     };
 

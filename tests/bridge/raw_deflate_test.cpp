@@ -111,12 +111,13 @@ TEST(DeflateCacheTest, GivesTheFreshStreamsBytesAndStaysWithinItsBudget) {
     for (uint32_t i = 0; i < 200; ++i) {
         Bytes oneOff = noisy(2000);
         std::copy(reinterpret_cast<const uint8_t*>(&i), reinterpret_cast<const uint8_t*>(&i + 1), oneOff.begin());
-        EXPECT_EQ(cache.deflate(oneOff), freshStream(oneOff));
-        EXPECT_EQ(cache.deflate(shared), freshStream(shared));
+        EXPECT_EQ(*cache.deflate(oneOff), freshStream(oneOff));
+        EXPECT_EQ(*cache.deflate(shared), freshStream(shared));
         EXPECT_LE(cache.heldBytes(), 64u * 1024);
     }
-    EXPECT_GT(cache.size(), 1u);
-    EXPECT_EQ(cache.deflate(noisy(200000)), freshStream(noisy(200000)));
+    // The batch every console is sent is the one held, not made again.
+    EXPECT_EQ(cache.deflate(shared), cache.deflate(shared));
+    EXPECT_EQ(*cache.deflate(noisy(200000)), freshStream(noisy(200000)));
 }
 
 }  // namespace
